@@ -1,0 +1,34 @@
+# Thin wrapper over CMake: `make test` prepares a fresh Debian 12 machine, then builds and
+# runs every test twice, optimised and under AddressSanitizer + UndefinedBehaviorSanitizer.
+JOBS ?= $(shell nproc)
+CTEST = ctest --output-on-failure -j$(JOBS) --timeout 900
+SANITIZER_ENV = ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1 \
+                UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+
+.PHONY: all deps release asan tsan test clean
+
+all: release
+
+deps:
+	@scripts/install-deps.sh
+
+release: deps
+	cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release
+	cmake --build build/release -j$(JOBS)
+
+asan: deps
+	cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKPL_SANITIZE=address \
+	      -DKPL_BUILD_BENCH=OFF
+	cmake --build build/asan -j$(JOBS)
+
+tsan: deps
+	cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKPL_SANITIZE=thread \
+	      -DKPL_BUILD_BENCH=OFF
+	cmake --build build/tsan -j$(JOBS)
+
+test: release asan
+	cd build/release && $(CTEST)
+	cd build/asan && $(SANITIZER_ENV) $(CTEST)
+
+clean:
+	rm -rf build

@@ -1,0 +1,166 @@
+#include "data/record/base.h"
+
+#include <algorithm>
+
+#include "kestrine/platform/core/memory.h"
+
+namespace kestrine::platform::data::Record {
+
+using core::memory::PooledHeap;
+
+namespace {
+
+// The buffer size classes, ended by 0. There is deliberately no 8192 class.
+const unsigned kpAllocations[] = {8, 16, 32, 48, 64, 96, 128, 256, 512, 1024, 2048, 4096, 16384, 0};
+
+unsigned char* allocateZeroed(unsigned capacity) {
+  unsigned char* buffer = static_cast<unsigned char*>(PooledHeap::malloc(capacity));
+  std::memset(buffer, 0, capacity);
+  return buffer;
+}
+
+}  // namespace
+
+unsigned allocator(unsigned n) {
+  if (n == 0) return 0;
+  if (n <= kpAllocations[0]) return kpAllocations[0];
+  for (const unsigned* size = kpAllocations + 1; *size != 0; ++size)
+    if (*size >= n) return *size;
+  return n;
+}
+
+tType peek(IDataStore* store, unsigned offset) {
+  std::uint8_t kind = 0;
+  store->read(offset, &kind, 1);
+  return static_cast<tType>(kind);
+}
+
+Base::Base() : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), used_(0), capacity_(0) {}
+
+Base::Base(IDataStore* store, unsigned offset) : Base() {
+  store_ = store;
+  offset_ = offset;
+  alloc(store->size(offset));
+  // Reading at most what was sized keeps the buffer safe even if a caller outside the store
+  // lock resized the record in between; under the lock this is the whole record.
+  if (used_ != 0) used_ = store->read(offset, buffer_, used_);
+}
+
+Base::Base(IDataStore* store, unsigned size, tType type) : Base() {
+  store_ = store;
+  alloc(size);
+  if (size != 0) buffer_[0] = type;
+}
+
+Base::~Base() { release(); }
+
+void Base::release() {
+  if (capacity_ != 0) PooledHeap::free(buffer_, capacity_);
+  buffer_ = nullptr;
+  used_ = 0;
+  capacity_ = 0;
+}
+
+void Base::adopt(unsigned char* buffer, unsigned used, unsigned capacity) {
+  release();
+  buffer_ = buffer;
+  used_ = used;
+  capacity_ = capacity;
+}
+
+void Base::update(bool changed) {
+  if (offset_ == IDataStore::BADOFF)
+    offset_ = store_->create(buffer_, used_);
+  else
+    store_->write(offset_, buffer_, used_, changed);
+}
+
+unsigned Base::clone(IDataStore* target) const { return target->create(buffer_, used_); }
+
+void Base::alloc(unsigned n) {
+  release();
+  if (n == 0) return;
+  unsigned capacity = allocator(n);
+  adopt(allocateZeroed(capacity), n, capacity);
+}
+
+void Base::grow(unsigned len) {
+  if (len == 0) return;
+  if (used_ + len <= capacity_) {
+    used_ += len;
+    return;
+  }
+  unsigned capacity = allocator(used_ + len);
+  unsigned char* buffer = allocateZeroed(capacity);
+  if (used_ != 0) std::memcpy(buffer, buffer_, used_);
+  adopt(buffer, used_ + len, capacity);
+}
+
+void Base::shrink(unsigned at, unsigned len) {
+  if (len == 0) return;
+  std::memmove(buffer_ + at, buffer_ + at + len, used_ - at - len);
+  std::memset(buffer_ + used_ - len, 0, len);
+  used_ -= len;
+}
+
+void Base::grow(unsigned at, unsigned len) {
+  if (len == 0) return;
+  if (used_ + len <= capacity_) {
+    if (at != used_) std::memmove(buffer_ + at, buffer_ + at + len, used_ - at);
+    std::memset(buffer_ + at, 0, len);
+    used_ += len;
+    return;
+  }
+  unsigned capacity = allocator(used_ + len);
+  unsigned char* buffer = allocateZeroed(capacity);
+  if (at != 0) std::memcpy(buffer, buffer_, at);
+  if (at != used_) {
+    // The source range runs past the old used size; beyond the old capacity the buffer
+    // would hold zeros, which the fresh buffer already has, so only what exists is copied.
+    unsigned available = capacity_ > at + len ? std::min(used_ - at, capacity_ - at - len) : 0;
+    std::memcpy(buffer + at, buffer_ + at + len, available);
+  }
+  adopt(buffer, used_ + len, capacity);
+}
+
+unsigned Base::arrayStart(unsigned fixed, const unsigned* selectors, unsigned count,
+                          unsigned selector) const {
+  unsigned start = fixed;
+  for (unsigned i = 0; i < count && selectors[i] != selector; ++i) start += get32(selectors[i]);
+  return start;
+}
+
+core::string::WideString Base::arrayString(unsigned start, unsigned length) const {
+  if (length < 4 || start >= used_) return core::string::WideString();
+  const wchar_t* text = reinterpret_cast<const wchar_t*>(buffer_ + start);
+  unsigned units = std::min(length, used_ - start) / 4;
+  unsigned n = 0;
+  while (n < units && text[n] != 0) ++n;
+  return core::string::WideString(text, n);
+}
+
+void Base::replaceArray(unsigned fixed, const unsigned* selectors, unsigned count,
+                        unsigned selector, const void* data, unsigned length) {
+  unsigned size = used_ + length - get32(selector);
+  unsigned capacity = allocator(size);
+  unsigned char* buffer = static_cast<unsigned char*>(PooledHeap::malloc(capacity));
+  std::memcpy(buffer, buffer_, fixed);
+  bool known = std::find(selectors, selectors + count, selector) != selectors + count;
+  unsigned from = fixed, to = fixed;
+  for (unsigned i = 0; known && i < count; ++i) {
+    unsigned old = get32(selectors[i]);
+    if (selectors[i] == selector) {
+      if (length != 0) std::memcpy(buffer + to, data, length);
+      to += length;
+    } else {
+      std::memcpy(buffer + to, buffer_ + from, old);
+      to += old;
+    }
+    from += old;
+  }
+  adopt(buffer, size, capacity);
+  put32(selector, length);
+  update(true);
+}
+
+}  // namespace kestrine::platform::data::Record

@@ -1,0 +1,116 @@
+#ifndef KPL_DATA_RECORD_BASE_H_
+#define KPL_DATA_RECORD_BASE_H_
+
+#include <cstdint>
+#include <cstring>
+
+#include "kestrine/platform/core/datastore.h"
+#include "kestrine/platform/core/string.h"
+
+namespace kestrine::platform::data::Record {
+
+using core::storage::datastore::IDataStore;
+
+static_assert(sizeof(wchar_t) == 4, "records store wide strings as 32-bit units");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are little-endian");
+
+// The kind byte at position 0 of every record.
+enum tType : std::uint8_t {
+  kRoot = 0,
+  kPrimitive = 1,
+  kTable = 2,
+  kOffsets = 3,
+  kContainer = 4,
+  kLocale = 5,
+};
+
+// The buffer size for a record of `n` bytes: 0, then 8, 16, 32, 48, 64, 96, 128, 256, 512,
+// 1024, 2048, 4096 and 16384 (there is no 8192 class), and `n` itself above 16384.
+unsigned allocator(unsigned n);
+
+// The kind of the record at `offset`: one byte read into a zero, so a store that reads
+// nothing for BADOFF or a freed offset answers kRoot.
+tType peek(IDataStore* store, unsigned offset);
+
+// The in-memory working copy of one record: the whole record is read into a pooled buffer,
+// edited in place by the typed records, and written back whole by update(). Record objects
+// live on the stack for one operation; nothing here checks offsets or positions.
+//
+// The bytes between the used size and the capacity are kept zero by alloc, grow and shrink,
+// so an in-place grow exposes zeros (the array setters of the typed records do not zero
+// their new buffers).
+class Base {
+ public:
+  Base();
+  // Loads the record at `offset` whole.
+  Base(IDataStore* store, unsigned offset);
+  // A fresh record of `size` zero bytes with kind `type`; the store sees it at update().
+  Base(IDataStore* store, unsigned size, tType type);
+  virtual ~Base();
+  Base(const Base&) = delete;
+  Base& operator=(const Base&) = delete;
+
+  IDataStore* store() const { return store_; }
+  // BADOFF until the first update() of a fresh record.
+  unsigned offset() const { return offset_; }
+  tType id() const { return static_cast<tType>(buffer_[0]); }
+  unsigned used() const { return used_; }
+  unsigned capacity() const { return capacity_; }
+  unsigned char* data() { return buffer_; }
+  const unsigned char* data() const { return buffer_; }
+
+  // Creates the record at its first call, overwrites it in place afterwards. `changed` is
+  // false when only a reference count moved.
+  void update(bool changed);
+  // Stores a copy of the bytes as a new record in `target` (which may be this store) and
+  // returns its offset. Offsets inside the copy still refer to the source store.
+  unsigned clone(IDataStore* target) const;
+
+  // Replaces the buffer by `n` zero bytes in their size class (n = 0 drops it).
+  void alloc(unsigned n);
+  // Appends `len` zero bytes.
+  void grow(unsigned len);
+  // Removes `len` bytes at `at`, zeroing the freed tail.
+  void shrink(unsigned at, unsigned len);
+  // Inserts `len` zero bytes at `at`. The tail is copied from at + len down to at, the
+  // same direction as shrink: an old quirk that is kept, since nothing calls it.
+  void grow(unsigned at, unsigned len);
+
+ protected:
+  std::uint8_t get8(unsigned at) const { return buffer_[at]; }
+  void put8(unsigned at, std::uint8_t value) { buffer_[at] = value; }
+  std::uint32_t get32(unsigned at) const {
+    std::uint32_t value;
+    std::memcpy(&value, buffer_ + at, 4);
+    return value;
+  }
+  void put32(unsigned at, std::uint32_t value) { std::memcpy(buffer_ + at, &value, 4); }
+
+  // Where the array whose length field stands at `selector` begins, given the fixed part's
+  // size and every array selector of the kind in storage order.
+  unsigned arrayStart(unsigned fixed, const unsigned* selectors, unsigned count,
+                      unsigned selector) const;
+  // The wide string stored in an array: empty for an empty array, and never read past the
+  // array even when its terminator is missing.
+  core::string::WideString arrayString(unsigned start, unsigned length) const;
+  // Replaces the array at `selector` by `length` bytes of `data` and writes the record. The
+  // new buffer is not zero-filled; with a selector that is not one of `selectors`, the
+  // arrays are not carried over.
+  void replaceArray(unsigned fixed, const unsigned* selectors, unsigned count, unsigned selector,
+                    const void* data, unsigned length);
+  // Swaps in a new buffer, freeing the old one.
+  void adopt(unsigned char* buffer, unsigned used, unsigned capacity);
+
+ private:
+  void release();
+
+  IDataStore* store_;
+  unsigned offset_;
+  unsigned char* buffer_;
+  unsigned used_;
+  unsigned capacity_;
+};
+
+}  // namespace kestrine::platform::data::Record
+
+#endif  // KPL_DATA_RECORD_BASE_H_

@@ -1,0 +1,94 @@
+#include "data/record/entity.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <vector>
+
+namespace kestrine::platform::data::Record {
+
+namespace {
+
+// The variable part of each entity kind: size of the fixed part, the selectors of its
+// arrays in storage order, and which of them holds the name.
+struct ArrayLayout {
+  unsigned fixed;
+  unsigned count;
+  unsigned selectors[4];
+  unsigned name;
+};
+
+const ArrayLayout kRootLayout = {24, 1, {18}, 18};
+const ArrayLayout kPrimitiveLayout = {44, 4, {26, 30, 34, 38}, 30};
+const ArrayLayout kTableLayout = {36, 2, {26, 30}, 26};
+const ArrayLayout kContainerLayout = {32, 3, {19, 23, 27}, 19};
+
+const ArrayLayout& layoutOf(tType kind) {
+  switch (kind) {
+    case kPrimitive:
+      return kPrimitiveLayout;
+    case kTable:
+      return kTableLayout;
+    case kContainer:
+      return kContainerLayout;
+    default:
+      return kRootLayout;
+  }
+}
+
+}  // namespace
+
+unsigned wideBytes(const wchar_t* text) {
+  return text == nullptr ? 0 : static_cast<unsigned>(std::wcslen(text)) * 4 + 4;
+}
+
+Entity::Entity(IDataStore* store, unsigned size, tType kind) : Base(store, size, kind) {
+  parent(IDataStore::BADOFF);
+  locale(IDataStore::BADOFF);
+}
+
+void Entity::ref() {
+  references(references() + 1);
+  update(false);
+}
+
+void Entity::unref() {
+  references(references() - 1);
+  update(false);
+}
+
+unsigned Entity::arrayStart(unsigned selector) const {
+  const ArrayLayout& layout = layoutOf(id());
+  return Base::arrayStart(layout.fixed, layout.selectors, layout.count, selector);
+}
+
+core::string::WideString Entity::string(unsigned selector) const {
+  return arrayString(arrayStart(selector), length(selector));
+}
+
+void Entity::arrays(unsigned selector, const void* data, unsigned length) {
+  const ArrayLayout& layout = layoutOf(id());
+  replaceArray(layout.fixed, layout.selectors, layout.count, selector, data, length);
+}
+
+void Entity::string(unsigned selector, const wchar_t* text) {
+  arrays(selector, text, wideBytes(text));
+}
+
+unsigned Entity::nameSelector() const { return layoutOf(id()).name; }
+
+core::string::WideString Entity::name() const { return string(nameSelector()); }
+
+void Entity::name(const wchar_t* text, unsigned length) {
+  std::vector<unsigned char> bytes(length, 0);
+  std::memcpy(bytes.data(), text, std::min(length, wideBytes(text)));
+  arrays(nameSelector(), bytes.data(), length);
+}
+
+void Entity::initName(const wchar_t* text) {
+  put32(nameSelector(), wideBytes(text));
+  std::memcpy(arrays(nameSelector()), text, wideBytes(text));
+}
+
+Property::Property(IDataStore* store, unsigned size, tType kind) : Entity(store, size, kind) {}
+
+}  // namespace kestrine::platform::data::Record

@@ -1,0 +1,84 @@
+#ifndef KPL_DATA_RECORD_ENTITY_H_
+#define KPL_DATA_RECORD_ENTITY_H_
+
+#include "data/record/base.h"
+
+namespace kestrine::platform::data::Record {
+
+// Flag bits of the entity header (byte 13).
+enum tFlag : std::uint8_t {
+  kOptional = 0x01,    // read from an element marked optional="true"
+  kNameLocked = 0x02,  // the set refuses to rename or remove it; set by hiding, never cleared
+  kHidden = 0x04,      // hidden, cleared by showing
+  kUri = 0x08,         // primitive only: the value array holds a URI
+};
+
+// A record that starts with the entity header (roots, primitives, tables, containers):
+//   0 kind u8 | 1 parent u32 | 5 reference count u32 | 9 locale table u32 | 13 flags u8
+// followed by a fixed part of its kind and its variable arrays back to back. Each array's
+// byte length stands in the fixed part at a position called its selector.
+class Entity : public Base {
+ public:
+  Entity(IDataStore* store, unsigned offset) : Base(store, offset) {}
+  // A fresh, unwritten record: parent and locale BADOFF, count and flags 0.
+  Entity(IDataStore* store, unsigned size, tType kind);
+
+  unsigned parent() const { return get32(1); }
+  void parent(unsigned offset) { put32(1, offset); }
+  unsigned references() const { return get32(5); }
+  void references(unsigned count) { put32(5, count); }
+  unsigned locale() const { return get32(9); }
+  void locale(unsigned offset) { put32(9, offset); }
+  std::uint8_t flags() const { return get8(13); }
+  void flags(std::uint8_t bits) { put8(13, bits); }
+
+  // Count +1 / -1, written with update(false). Neither checks for overflow or underflow;
+  // reaching zero frees nothing (the owning set decides that).
+  void ref();
+  void unref();
+
+  // Where the array at `selector` begins, and its byte length.
+  unsigned char* arrays(unsigned selector) { return data() + arrayStart(selector); }
+  const unsigned char* arrays(unsigned selector) const { return data() + arrayStart(selector); }
+  unsigned length(unsigned selector) const { return get32(selector); }
+  // The wide string held by the array at `selector`; empty when the array is.
+  core::string::WideString string(unsigned selector) const;
+  // Replaces the array at `selector` and writes the record (see Base::replaceArray).
+  void arrays(unsigned selector, const void* data, unsigned length);
+  // Stores `text` with its terminator in the array at `selector`, or empties it for null.
+  void string(unsigned selector, const wchar_t* text);
+
+  // The entity's own name, whatever its kind.
+  core::string::WideString name() const;
+  // Replaces the name with `text` in an array of `length` bytes (at least 4k + 4 for k
+  // characters: any room beyond the terminator is zero).
+  void name(const wchar_t* text, unsigned length);
+  // The selector of the name array of this record's kind.
+  unsigned nameSelector() const;
+
+ protected:
+  // Writes the name of a fresh record, whose arrays are all still empty.
+  void initName(const wchar_t* text);
+
+ private:
+  unsigned arrayStart(unsigned selector) const;
+};
+
+// The header shared by primitives and tables: the entity header, 4 bytes their own kinds
+// use differently, then the units field at 18.
+class Property : public Entity {
+ public:
+  Property(IDataStore* store, unsigned offset) : Entity(store, offset) {}
+  // As Entity, with units 0.
+  Property(IDataStore* store, unsigned size, tType kind);
+
+  std::uint32_t units() const { return get32(18); }
+  void units(std::uint32_t unit) { put32(18, unit); }
+};
+
+// Bytes a wide string of `text`'s length takes with its terminator (4k + 4).
+unsigned wideBytes(const wchar_t* text);
+
+}  // namespace kestrine::platform::data::Record
+
+#endif  // KPL_DATA_RECORD_ENTITY_H_

@@ -1,0 +1,18 @@
+#include "data/record/locale.h"
+
+#include "kestrine/platform/core/memory.h"
+
+namespace kestrine::platform::data::Record {
+
+void Locale::payload(unsigned length, const void* bytes) {
+  unsigned size = used() + length - this->length();
+  unsigned capacity = allocator(size);
+  unsigned char* buffer = static_cast<unsigned char*>(core::memory::PooledHeap::malloc(capacity));
+  buffer[0] = kLocale;
+  std::memcpy(buffer + 1, &length, 4);
+  if (length != 0) std::memcpy(buffer + 8, bytes, length);
+  adopt(buffer, size, capacity);
+  update(true);
+}
+
+}  // namespace kestrine::platform::data::Record

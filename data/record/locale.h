@@ -1,0 +1,25 @@
+#ifndef KPL_DATA_RECORD_LOCALE_H_
+#define KPL_DATA_RECORD_LOCALE_H_
+
+#include "data/record/base.h"
+
+namespace kestrine::platform::data::Record {
+
+// A table of localized names (kind 5): kind byte, payload length u32 at 1, 3 reserved bytes,
+// the payload from 8 (its format belongs to the metadata item).
+class Locale : public Base {
+ public:
+  Locale(IDataStore* store, unsigned offset) : Base(store, offset) {}
+  // Creates and writes an empty table.
+  explicit Locale(IDataStore* store) : Base(store, 8, kLocale) { update(true); }
+
+  unsigned length() const { return get32(1); }
+  const unsigned char* payload() const { return data() + 8; }
+  // Replaces the payload and writes the record. The new buffer is neither zero-filled nor
+  // filled from the old one, so the reserved bytes 5 to 7 hold whatever it held.
+  void payload(unsigned length, const void* bytes);
+};
+
+}  // namespace kestrine::platform::data::Record
+
+#endif  // KPL_DATA_RECORD_LOCALE_H_

@@ -1,0 +1,31 @@
+#include "data/record/offsets.h"
+
+namespace kestrine::platform::data::Record {
+
+void Offsets::add(unsigned value) {
+  grow(4);
+  put32(used() - 4, value);
+  update(true);
+}
+
+void Offsets::set(unsigned i, unsigned value) {
+  unsigned n = items();
+  if (i >= n) grow((i - n) * 4 + 4);
+  put32(4 + 4 * i, value);
+  update(true);
+}
+
+bool Offsets::removeIndex(unsigned i) {
+  if (i >= items()) return false;
+  shrink(4 + 4 * i, 4);
+  update(true);
+  return true;
+}
+
+bool Offsets::removeVal(unsigned value) {
+  for (unsigned i = 0, n = items(); i < n; ++i)
+    if (get(i) == value) return removeIndex(i);
+  return false;
+}
+
+}  // namespace kestrine::platform::data::Record
