@@ -1,0 +1,87 @@
+#ifndef KPL_DATA_METADATA_SET_H_
+#define KPL_DATA_METADATA_SET_H_
+
+#include "data/metadata/item.h"
+
+namespace kestrine::platform::data::Metadata {
+
+// An item with named children: the root, every container and every table. The children
+// live in the store as a Record::Offsets list whose offset stands in the set's children
+// field; in memory an index maps each child's name to its offset. Names are unique within a
+// set: add and rename refuse a name that is taken. Name look-ups never touch the store.
+//
+// The list may hold offsets the index does not name (records of other kinds, or a later
+// child whose name an earlier one already had when the set was populated): at() sees them,
+// items() does not. The order of children is the list's; the index has none.
+//
+// A set sees only its own changes; after the records were changed through another object,
+// update() rebuilds the index. Refusals change nothing.
+class Set : public Item {
+ public:
+  // One indexed child; owned by the set, allocated from the pooled heap.
+  struct tEntry {
+    unsigned offset;
+    WideString name;
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block, std::size_t size);
+  };
+
+  Set();
+  ~Set() override;
+
+  // True when every indexed child is unreferenced (an empty set is).
+  bool unreferenced() override;
+
+  // Builds the index from the children list.
+  void populate();
+  // Number of indexed names.
+  unsigned items() const;
+  // Entry i of the children list, read from the store (unchecked); BADOFF without a list.
+  unsigned at(unsigned i) const;
+  // The child indexed under exactly `name`, or BADOFF.
+  unsigned find(const wchar_t* name) const;
+  // A child by dotted path: the first name by find(), the rest by a finder from there.
+  unsigned lookup(const wchar_t* path) const;
+  // Makes the existing primitive, table or container at `offset` a child (setting its
+  // parent field); false for another kind or a name that is taken. Reference counts are
+  // not touched.
+  bool add(unsigned offset);
+  // Clears and frees the child `name` and its subtree; false when it is unknown,
+  // name-locked, or still referenced (its or its subtree's records open elsewhere).
+  bool remove(const wchar_t* name);
+  // Renames a child; false when `name` is taken, `old` unknown, or the child name-locked.
+  // The name array becomes 8k + 8 bytes long for k characters (name, terminator, and as
+  // many bytes of padding): readers stop at the terminator.
+  bool rename(const wchar_t* old, const wchar_t* name);
+  // Marks the entity at `offset` and its whole subtree hidden and name-locked (any offset
+  // of the set's store).
+  void hide(unsigned offset);
+  // Takes over a member of another tree: when no child has its name, a copy is cloned into
+  // this set's store, added and hidden.
+  void inherit(IDataStore* source, unsigned offset);
+  // Copies the children into `target` as children of `parent` (an offset there); the new
+  // children list's offset, or BADOFF when the set has no list.
+  unsigned duplicate(IDataStore* target, unsigned parent) const;
+  using Item::duplicate;
+  // Rebuilds the index from the store.
+  void update();
+  // Clears and frees every indexed child and the children list; the set's own children
+  // field is left for the caller's clear() to rewrite.
+  void cleanup();
+
+  // The children list's offset; BADOFF while the set never had a child.
+  unsigned children() const { return children_; }
+
+ protected:
+  // Set by the derived constructors from the loaded record.
+  unsigned children_;
+
+ private:
+  void destroyEntries();
+
+  NameIndex<tEntry*> index_;
+};
+
+}  // namespace kestrine::platform::data::Metadata
+
+#endif  // KPL_DATA_METADATA_SET_H_
