@@ -1,0 +1,34 @@
+#include "data/units/units_dictionary.h"
+
+#include "data/units/unit_tables.h"
+
+namespace kestrine::platform::data {
+
+UnitsDictionary::UnitsDictionary() {
+  // emplace leaves an existing key alone, so a unit's later names never replace its first.
+  for (const tUnitName* entry = kpUnitLUT; entry->name != nullptr; ++entry) {
+    names_.emplace(entry->unit, entry->name);
+    units_.emplace(entry->name, entry->unit);
+  }
+  for (const tGroupName* entry = kpGroupLUT; entry->name != nullptr; ++entry) {
+    groups_.emplace(entry->group, entry->name);
+  }
+}
+
+const char* UnitsDictionary::unit(units::tUnit unit) const {
+  auto found = names_.find(unit);
+  return found == names_.end() ? nullptr : found->second;
+}
+
+units::tUnit UnitsDictionary::unit(const char* name) const {
+  if (name == nullptr) return units::tUnit(0);
+  auto found = units_.find(name);
+  return found == units_.end() ? units::tUnit(0) : found->second;
+}
+
+const char* UnitsDictionary::group(units::tUnitGroup group) const {
+  auto found = groups_.find(group);
+  return found == groups_.end() ? nullptr : found->second;
+}
+
+}  // namespace kestrine::platform::data
