@@ -26,7 +26,8 @@ class KPL_CORE_API PooledHeap {
   static void free(void* pointer, std::size_t size);
 
   // Gives every cached free block of the shared pool and of the calling thread back to the
-  // system; returns the number of bytes released.
+  // system; returns the number of bytes released. Blocks cached by other running threads
+  // stay with them (a thread's cache goes to the shared pool when the thread ends).
   static std::size_t trim();
 };
 
