@@ -49,7 +49,9 @@ class KPL_CORE_API MemoryReader : public IDataReader {
   bool open_ = false;
 };
 
-// Reads a file; the path "-" reads standard input.
+// Reads a file; the path "-" reads standard input, which open() cannot rewind and close()
+// leaves open. open() is false for a missing or unreadable file and for a directory; read
+// errors throw core::Exception naming the path and the system's reason.
 class KPL_CORE_API FileReader : public IDataReader {
  public:
   explicit FileReader(std::string path);
@@ -65,7 +67,7 @@ class KPL_CORE_API FileReader : public IDataReader {
   std::FILE* file_ = nullptr;
 };
 
-// Collects what is written in memory.
+// Collects what is written in memory; open() empties it, the bytes stay after close().
 class KPL_CORE_API MemoryWriter : public IDataWriter {
  public:
   bool open() override;
@@ -78,7 +80,11 @@ class KPL_CORE_API MemoryWriter : public IDataWriter {
   bool open_ = false;
 };
 
-// Writes a file, created or truncated at open; the path "-" writes standard output.
+// Writes a file, created or truncated at open; the path "-" writes standard output, which
+// close() flushes but leaves open. Errors throw core::Exception naming the path and the
+// system's reason ("cannot write /dev/full: No space left on device"); since writes are
+// buffered, a full disk may show only at close(). Destroying an open writer closes it and
+// loses any error of that last flush: call close() to learn about it.
 class KPL_CORE_API FileWriter : public IDataWriter {
  public:
   explicit FileWriter(std::string path);

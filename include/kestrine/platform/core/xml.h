@@ -18,14 +18,17 @@ class KPL_CORE_API XMLCallback {
   // `attributes` is a null-terminated array of alternating name and value pointers.
   virtual void notifyStartElement(const char* name, const char** attributes) = 0;
   virtual void notifyEndElement(const char* name) = 0;
-  // `prefix` is null for a default namespace declaration.
+  // Comes before the start tag that declares the namespace. `prefix` is null for a default
+  // namespace declaration; `uri` is "" for xmlns="", which undeclares the default namespace.
   virtual void notifyStartNamespace(const char* prefix, const char* uri) = 0;
+  // Comes after the end tag of the element that declared it.
   virtual void notifyEndNamespace(const char* prefix) = 0;
   // A run of character data; one text may arrive in several runs.
   virtual void notifyCharacterData(const char* data, int length) = 0;
 };
 
 // Malformed XML: the tokenizer's message with the 1-based line and column of the fault.
+// what() reads "XML error at line L, column C: <message>".
 class KPL_CORE_API XMLException : public Exception {
  public:
   XMLException(const std::string& message, unsigned long line, unsigned long column);
@@ -37,10 +40,13 @@ class KPL_CORE_API XMLException : public Exception {
   unsigned long column_;
 };
 
-// A streaming XML parser (expat underneath): the document is read in chunks, so its size is
-// bounded only by what the callback keeps. Element and attribute names are reported as
-// written (a prefixed name keeps its prefix); namespace declarations are reported as events
-// and not as attributes. A parser object parses one document and serves one thread.
+// A streaming XML parser (expat underneath): the document is read in chunks of 64 KiB, so
+// its size is bounded only by what the callback keeps. Element and attribute names are
+// reported as written (a prefixed name keeps its prefix); namespace declarations are reported
+// as events and not as attributes. Entity expansion is bounded (expat's protection against
+// "billion laughs" documents), external entities are never loaded. A parser object parses one
+// document at a time and serves one thread; it may parse again after a parse ends, even one
+// that threw.
 class KPL_CORE_API XMLParser {
  public:
   explicit XMLParser(XMLCallback* callback);
@@ -48,9 +54,10 @@ class KPL_CORE_API XMLParser {
   XMLParser(const XMLParser&) = delete;
   XMLParser& operator=(const XMLParser&) = delete;
 
-  // Parses the whole document from an open reader. Throws XMLException for malformed XML
-  // (after the events of the well-formed part were delivered); an exception thrown by the
-  // callback or the reader stops the parse and passes through unchanged.
+  // Parses the whole document from an open reader (not owned, not closed). Throws
+  // XMLException for malformed XML (after the events of the well-formed part were
+  // delivered); an exception thrown by the callback or the reader stops the parse, no event
+  // follows it, and it passes through unchanged. std::bad_alloc when memory runs out.
   void parseDocument(io::IDataReader* reader);
 
  private:
@@ -58,11 +65,23 @@ class KPL_CORE_API XMLParser {
   std::unique_ptr<Impl> impl_;
 };
 
-// Writes an XML document as UTF-8 through an attached writer, buffered. Output is indented
-// for reading: each child element starts on its own line, except inside an element that
-// has received character data, where no whitespace is ever added (so that text round-trips
-// exactly). Texts and attribute values are escaped; characters XML 1.0 cannot carry are
-// written as U+FFFD.
+// Writes an XML document as UTF-8 through an attached writer, buffered. Texts and attribute
+// values are escaped (& < > always; " and tab, newline, carriage return in attribute values
+// and carriage return in text as character references, so that they survive a parser's
+// normalisation); characters XML 1.0 cannot carry are written as U+FFFD. Names are written as
+// given and must be valid XML names.
+//
+// Indentation: each child element starts on its own line, indented by two spaces per level,
+// and an element that got children ends with its end tag on its own line; an element with no
+// content is written <x/>. No whitespace is added while any open element has received
+// character data: not before its children, not inside them, not before its end tag, so the
+// text of an element with text round-trips exactly. The choice is made when each child
+// starts, because output is streamed: in mixed content whose first text comes after a child
+// (<p><b/>tail</p>), the line break and indentation already written before that child stay
+// and become part of the text. Writers of mixed content start it with its text.
+//
+// Misuse (an end tag or text with no element open, an attribute after content) throws
+// core::Exception and writes nothing. A serializer object serves one thread.
 class KPL_CORE_API XMLSerializer {
  public:
   // `id` names the document being written (kept, never written).
@@ -73,19 +92,24 @@ class KPL_CORE_API XMLSerializer {
 
   const KPLUUID& id() const;
 
-  // Sends output to `writer` (not owned, already open) from now on.
+  // Sends output to `writer` (not owned, already open) from now on, including what was
+  // produced while none was attached. The writer's exceptions pass through every call that
+  // writes to it (at the latest detach(); before, whenever 64 KiB are buffered).
   void attach(io::IDataWriter* writer);
-  // Flushes the buffer to the writer and lets it go.
+  // Flushes the buffer to the writer and lets it go. Destroying a serializer also flushes,
+  // but cannot report a failing writer.
   void detach();
 
-  // The XML declaration: <?xml version="1.0" encoding="UTF-8"?>
+  // The XML declaration <?xml version="1.0" encoding="UTF-8"?> and a line break.
   void emitXMLHeader();
   void startElement(const wchar_t* name);
   // Adds an attribute to the element just started (before any content of it).
   void addAttribute(const wchar_t* name, const wchar_t* value);
+  // Text of the innermost open element; an empty text adds nothing (<x/> stays empty).
   void characters(const wchar_t* text);
   void characters(const wchar_t* text, std::size_t length);
-  // Closes the innermost open element; `flush` also pushes the buffer to the writer.
+  // Closes the innermost open element (the document element with a final line break);
+  // `flush` also pushes the buffer to the writer.
   void endElement(bool flush = false);
 
  private:

@@ -1,0 +1,215 @@
+#include <algorithm>
+#include <cwchar>
+#include <string>
+#include <vector>
+
+#include "core/string/utf8.h"
+#include "kestrine/platform/core/xml.h"
+
+namespace kestrine::platform::core::xml {
+
+namespace utf8 = string::utf8;
+
+namespace {
+
+// Output is handed to the writer in pieces of about this size.
+constexpr std::size_t kFlushBytes = 64 * 1024;
+
+// The characters an XML 1.0 document can carry at all (production Char).
+bool isXMLChar(char32_t c) {
+  return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
+         (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
+}
+
+enum class Context { kName, kText, kAttribute };
+
+// Appends `text` as UTF-8, escaped for where it goes. In attribute values, tab, newline and
+// carriage return are written as references because a parser normalises the literal
+// characters to spaces; in text, a literal carriage return would be read back as a newline.
+void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Context context) {
+  for (std::size_t i = 0; i < length; ++i) {
+    char32_t c = utf8::codePoint(text[i]);
+    if (context != Context::kName) {
+      switch (c) {
+        case '&':
+          out += "&amp;";
+          continue;
+        case '<':
+          out += "&lt;";
+          continue;
+        case '>':  // always, so that "]]>" never appears in text
+          out += "&gt;";
+          continue;
+        case '\r':
+          out += "&#xD;";
+          continue;
+      }
+      if (context == Context::kAttribute) {
+        switch (c) {
+          case '"':
+            out += "&quot;";
+            continue;
+          case '\t':
+            out += "&#x9;";
+            continue;
+          case '\n':
+            out += "&#xA;";
+            continue;
+        }
+      }
+    }
+    utf8::append(out, isXMLChar(c) ? c : utf8::kReplacement);
+  }
+}
+
+void appendName(std::string& out, const wchar_t* name) {
+  if (name != nullptr) appendEscaped(out, name, std::wcslen(name), Context::kName);
+}
+
+}  // namespace
+
+struct XMLSerializer::Impl {
+  // An element whose end tag is not written yet.
+  struct Open {
+    std::string name;
+    bool startTagOpen = true;  // its start tag still takes attributes: ">" not written
+    bool hasChildren = false;
+    bool hasText = false;
+  };
+
+  KPLUUID id;
+  io::IDataWriter* writer = nullptr;
+  std::string buffer;
+  std::vector<Open> open;
+  // Open elements that have received character data. While there is one, everything written
+  // is part of its text, so no whitespace may be added.
+  std::size_t withText = 0;
+
+  explicit Impl(const KPLUUID& id) : id(id) {}
+
+  void flush() {
+    if (writer == nullptr || buffer.empty()) return;
+    // Emptied first, so that a failing writer leaves no half-sent buffer behind.
+    std::string pending;
+    pending.swap(buffer);
+    for (std::size_t at = 0; at < pending.size();) {
+      unsigned piece = static_cast<unsigned>(std::min<std::size_t>(pending.size() - at, 1u << 30));
+      writer->write(pending.data() + at, piece);
+      at += piece;
+    }
+    pending.clear();
+    buffer.swap(pending);  // keeps the capacity for the next round
+  }
+
+  void flushIfLarge() {
+    if (buffer.size() >= kFlushBytes) flush();
+  }
+
+  // The innermost open element, which must exist for `operation`.
+  Open& innermost(const char* operation) {
+    if (open.empty())
+      throw Exception(std::string("XML serializer: ") + operation + " outside any element");
+    return open.back();
+  }
+
+  void closeStartTag(Open& element) {
+    if (!element.startTagOpen) return;
+    buffer += '>';
+    element.startTagOpen = false;
+  }
+
+  void newLine(std::size_t depth) {
+    buffer += '\n';
+    buffer.append(2 * depth, ' ');
+  }
+};
+
+XMLSerializer::XMLSerializer(const KPLUUID& id) : impl_(new Impl(id)) {}
+
+// Best effort: a destructor cannot report a failing writer. detach() can.
+XMLSerializer::~XMLSerializer() {
+  try {
+    impl_->flush();
+  } catch (...) {
+  }
+}
+
+const KPLUUID& XMLSerializer::id() const {
+  return impl_->id;
+}
+
+void XMLSerializer::attach(io::IDataWriter* writer) {
+  impl_->writer = writer;
+  impl_->flushIfLarge();
+}
+
+void XMLSerializer::detach() {
+  impl_->flush();
+  impl_->writer = nullptr;
+}
+
+void XMLSerializer::emitXMLHeader() {
+  impl_->buffer += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+}
+
+void XMLSerializer::startElement(const wchar_t* name) {
+  Impl& impl = *impl_;
+  if (!impl.open.empty()) {
+    Impl::Open& parent = impl.open.back();
+    impl.closeStartTag(parent);
+    if (impl.withText == 0) impl.newLine(impl.open.size());
+    parent.hasChildren = true;
+  }
+  impl.open.emplace_back();
+  appendName(impl.open.back().name, name);
+  impl.buffer += '<';
+  impl.buffer += impl.open.back().name;
+}
+
+void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
+  Impl& impl = *impl_;
+  if (!impl.innermost("attribute").startTagOpen)
+    throw Exception("XML serializer: attribute after the content of its element");
+  impl.buffer += ' ';
+  appendName(impl.buffer, name);
+  impl.buffer += "=\"";
+  if (value != nullptr) appendEscaped(impl.buffer, value, std::wcslen(value), Context::kAttribute);
+  impl.buffer += '"';
+}
+
+void XMLSerializer::characters(const wchar_t* text) {
+  characters(text, text == nullptr ? 0 : std::wcslen(text));
+}
+
+void XMLSerializer::characters(const wchar_t* text, std::size_t length) {
+  Impl& impl = *impl_;
+  Impl::Open& element = impl.innermost("character data");
+  if (text == nullptr || length == 0) return;
+  impl.closeStartTag(element);
+  if (!element.hasText) ++impl.withText;
+  element.hasText = true;
+  appendEscaped(impl.buffer, text, length, Context::kText);
+  impl.flushIfLarge();
+}
+
+void XMLSerializer::endElement(bool flush) {
+  Impl& impl = *impl_;
+  Impl::Open& element = impl.innermost("end tag");
+  if (element.startTagOpen) {
+    impl.buffer += "/>";
+  } else {
+    if (element.hasChildren && impl.withText == 0) impl.newLine(impl.open.size() - 1);
+    impl.buffer += "</";
+    impl.buffer += element.name;
+    impl.buffer += '>';
+  }
+  if (element.hasText) --impl.withText;
+  impl.open.pop_back();
+  if (impl.open.empty()) impl.buffer += '\n';
+  if (flush)
+    impl.flush();
+  else
+    impl.flushIfLarge();
+}
+
+}  // namespace kestrine::platform::core::xml
