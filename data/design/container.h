@@ -10,6 +10,7 @@
 namespace kestrine::platform::data::Structural {
 
 using Metadata::IDataStore;
+using Metadata::WideString;
 
 // The logic over one container record: a node, group or link holding child items, with a
 // free "info" text (a link's target path) and the ";"-joined schema paths it inherited its
@@ -25,6 +26,9 @@ class Container : public Metadata::Set {
 
   static void* operator new(std::size_t size);
   static void operator delete(void* block, std::size_t size);
+
+  // inherit(ISchema*) below would hide the set's member-wise inherit.
+  using Metadata::Set::inherit;
 
   structure::IContainer::tType type() const { return type_; }
   // The info text; null when empty. Null clears it.

@@ -8,6 +8,7 @@
 namespace kestrine::platform::data::Design {
 
 using Metadata::IDataStore;
+using Metadata::WideString;
 
 // The logic over one primitive record: a named, typed array of elements, or a URI in their
 // place, with a unit, a value locale and (for structs) the schema URI in "base". It caches

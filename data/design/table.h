@@ -12,6 +12,7 @@
 namespace kestrine::platform::data::Design {
 
 using Metadata::IDataStore;
+using Metadata::WideString;
 
 // The logic over one table record: a set of member properties with, per unit group, a
 // default unit and value type for new members, and the ";"-joined schema paths it inherited
@@ -26,6 +27,9 @@ class Table : public Metadata::Set {
   // Opens the record at `offset`; the members are indexed unless `shallow`.
   Table(IDataStore* store, unsigned offset, bool shallow);
   ~Table() override;
+
+  // inherit(ISchema*) below would hide the set's member-wise inherit.
+  using Metadata::Set::inherit;
 
   // Sets the default unit and type of the unit's group (unit & 0xFFFFF000): 1, or 0
   // (nothing created) when either is 0. Re-setting a group overwrites its pair in place.
@@ -51,6 +55,8 @@ class Table : public Metadata::Set {
   unsigned clone(IDataStore* target) override;
 
  private:
+  std::uint32_t pair(units::tUnitGroup group, unsigned entry) const;
+
   std::map<units::tUnitGroup, unsigned> groups_;
   unsigned defaults_;
   WideString base_;

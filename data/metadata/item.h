@@ -87,6 +87,10 @@ class Item {
   void locale(unsigned i, WideString& text, WideString& locale);
 
  protected:
+  // Drops the reference count that a logic object holds on its record; their destructors
+  // call it. A store failure is dropped while another exception unwinds the stack.
+  void unref();
+
   // Set by the derived constructors from the loaded or created record.
   IDataStore* store_;
   unsigned offset_;
@@ -95,11 +99,19 @@ class Item {
   WideString name_;
 
  private:
+  // A locale's entry: its position as it was when indexed (stale after a removal, as the
+  // queries report it) and the entry itself, so that a stale position never picks another.
+  struct tSlot {
+    unsigned position;
+    tName* name;
+  };
+
   void setupLocales();
+  void append(tName* name);
   void writeBack();
   void dropNames();
 
-  NameIndex<unsigned> index_;
+  NameIndex<tSlot> index_;
   std::vector<tName*> names_;
   bool modified_;
 };

@@ -12,16 +12,19 @@ namespace kestrine::platform::data::Metadata {
 extern const wchar_t* const kEmptyKey;    // "$$$$$_____empty_key"
 extern const wchar_t* const kDeletedKey;  // "$$$$$_____deleted_key"
 
+// True when `name` equals one of the marker keys: such a name can never be indexed (the hash
+// map would take it for an empty or deleted bucket), so the indexes refuse it.
+bool reserved(const wchar_t* name);
+
 // An index from a zero-terminated wide name to a value. Keys are not copied: each points at
 // a name owned by the value it maps to. Hashing uses the truncating Murmur2 kernel, equality
 // compares whole names. A fresh or reset index has 32 buckets (sparsehash's default shape:
 // grows past half full, shrinks below a fifth).
 template <class Value>
-class NameIndex
-    : public google::dense_hash_map<const wchar_t*, Value, core::tMurmur2Kernel,
-                                    core::tWCharCompareEqual> {
-  using Base = google::dense_hash_map<const wchar_t*, Value, core::tMurmur2Kernel,
-                                      core::tWCharCompareEqual>;
+class NameIndex : public google::dense_hash_map<const wchar_t*, Value, core::tMurmur2Kernel,
+                                                core::tWCharCompareEqual> {
+  using Base =
+      google::dense_hash_map<const wchar_t*, Value, core::tMurmur2Kernel, core::tWCharCompareEqual>;
 
  public:
   NameIndex() {

@@ -3,6 +3,10 @@
 
 #include "data/metadata/item.h"
 
+namespace kestrine::platform::data::metadata {
+class ISchema;
+}  // namespace kestrine::platform::data::metadata
+
 namespace kestrine::platform::data::Metadata {
 
 // An item with named children: the root, every container and every table. The children
@@ -73,10 +77,27 @@ class Set : public Item {
   unsigned children() const { return children_; }
 
  protected:
+  // The shared halves of the concrete classes' clear(), clone() and inherit().
+  //
+  // Frees the localized names and every child, and writes BADOFF into the record's children
+  // and locale fields.
+  void clearSet();
+  // Copies the record into `target` with its localized names and children, reference
+  // count 0, and returns the copy's offset. Other offset fields are copied as they are.
+  unsigned cloneSet(IDataStore* target);
+  // Takes over the members of every layout of the schema's chain, in order, appending each
+  // layout's path to `base` (";"-joined), and stores `base` in the array at `baseSelector`.
+  // With `lockSource` the defining store's lock is held while its members are copied. A
+  // schema that is not a layout chain has nothing to inherit and changes nothing.
+  void inheritChain(metadata::ISchema* schema, WideString& base, unsigned baseSelector,
+                    bool lockSource);
+
   // Set by the derived constructors from the loaded record.
   unsigned children_;
 
  private:
+  void index(unsigned offset, const WideString& name);
+  void appendChild(unsigned offset);
   void destroyEntries();
 
   NameIndex<tEntry*> index_;
