@@ -1,14 +1,47 @@
 #ifndef KPL_CORE_STORAGE_DATASTORE_TEST_SUPPORT_H_
 #define KPL_CORE_STORAGE_DATASTORE_TEST_SUPPORT_H_
 
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "kestrine/platform/core/datastore.h"
+#include "kestrine/platform/core/lmdb_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {
+
+// A fresh directory under the system's temporary directory, removed with its contents.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "kpl-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
+    directory_ = pattern;
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const std::string& directory() const { return directory_; }
+
+ private:
+  std::string directory_;
+};
+
+// An LmdbDataStore on a new file in a directory of its own. Bases are destroyed in reverse
+// order, so the store has closed its file by the time the directory is removed.
+class ScratchLmdbDataStore : private TemporaryDirectory, public LmdbDataStore {
+ public:
+  ScratchLmdbDataStore() : LmdbDataStore(directory() + "/store") {}
+};
 
 // Makes a fresh, empty store of one implementation for the conformance suite.
 struct StoreFactory {
@@ -20,6 +53,7 @@ struct StoreFactory {
 inline std::vector<StoreFactory> allStoreFactories() {
   return {
       {"Memory", [] { return std::unique_ptr<IDataStore>(new MemoryDataStore); }},
+      {"Lmdb", [] { return std::unique_ptr<IDataStore>(new ScratchLmdbDataStore); }},
   };
 }
 

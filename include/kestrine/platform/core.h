@@ -8,6 +8,7 @@
 #include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/hash.h"
 #include "kestrine/platform/core/io.h"
+#include "kestrine/platform/core/lmdb_datastore.h"
 #include "kestrine/platform/core/memory.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/core/thread.h"

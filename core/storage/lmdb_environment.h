@@ -1,0 +1,111 @@
+#ifndef KPL_CORE_STORAGE_LMDB_ENVIRONMENT_H_
+#define KPL_CORE_STORAGE_LMDB_ENVIRONMENT_H_
+
+#include <lmdb.h>
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace kestrine::platform::core::storage::datastore {
+
+// The allocator and accounting state of a store. It is one value in the file, written by
+// the same LMDB transaction as the records it describes, so it can never disagree with them.
+struct StoreState {
+  unsigned nextOffset = 0;   // offsets ever given out are 0 .. nextOffset - 1
+  unsigned freeCount = 0;    // depth of the stack of freed offsets
+  unsigned liveRecords = 0;  // records that exist
+  unsigned version = 0;      // the format version of the data, set by the client
+  unsigned long long liveBytes = 0;
+};
+
+// Bytes of one record. Pointing into LMDB's map (or into a pending change), they stay valid
+// only until the next change, commit or view close.
+struct RecordBytes {
+  const unsigned char* data;
+  std::size_t size;
+};
+
+// The puts and deletes of one commit, inside an LMDB write transaction.
+class LmdbWriter {
+ public:
+  void putRecord(unsigned offset, const RecordBytes& bytes);
+  void deleteRecord(unsigned offset);
+  void putFree(unsigned position, unsigned offset);
+  void deleteFree(unsigned position);
+  void putState(const StoreState& state);
+
+ private:
+  friend class LmdbEnvironment;
+  LmdbWriter(MDB_txn* txn, MDB_dbi records, MDB_dbi freeStack, MDB_dbi meta)
+      : txn_(txn), records_(records), freeStack_(freeStack), meta_(meta) {}
+
+  MDB_txn* txn_;
+  MDB_dbi records_;
+  MDB_dbi freeStack_;
+  MDB_dbi meta_;
+};
+
+// One LMDB environment on a single file (MDB_NOSUBDIR) with the store's three databases:
+// "records" (offset -> bytes), "free" (stack position -> freed offset) and "meta" (the
+// format marker and the StoreState). Not thread-safe: its owner serialises every call.
+//
+// Reading goes through one read-only transaction, the view, which is reset and renewed
+// rather than recreated. It is made with MDB_NOTLS, so that it belongs to no thread and
+// whichever thread holds the owner's mutex may use it.
+class LmdbEnvironment {
+ public:
+  // Opens or creates the store file. Throws core::Exception on any fault (see
+  // LmdbDataStore's constructor); nothing stays open then.
+  LmdbEnvironment(const std::string& path, std::size_t mapSize);
+  ~LmdbEnvironment();
+  LmdbEnvironment(const LmdbEnvironment&) = delete;
+  LmdbEnvironment& operator=(const LmdbEnvironment&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  // Opens the view on the newest committed state if it is closed.
+  void openView();
+  void closeView();
+
+  // Reads of the open view. The record is absent when the offset holds none.
+  std::optional<RecordBytes> record(unsigned offset) const;
+  unsigned freeOffset(unsigned position) const;
+  StoreState state() const;
+
+  // Runs `apply` in one write transaction and commits it. When the map is full, closes the
+  // view, doubles the map and runs `apply` again, so `apply` must depend on nothing but its
+  // caller's memory. Throws core::Exception when the commit fails; the file then keeps its
+  // last committed state.
+  void commit(const std::function<void(LmdbWriter&)>& apply);
+
+  // Throws core::Exception "<path>: <operation>: <cause>".
+  [[noreturn]] void fail(const std::string& operation, int rc) const;
+  [[noreturn]] void damaged(const std::string& what) const;
+  [[noreturn]] void foreign() const;
+
+ private:
+  void openDatabases(MDB_txn* txn, unsigned createFlag);
+  void create();
+  void close();
+  void checkLength() const;
+  void beginRead(MDB_txn** txn);
+  void writeTransaction(const char* operation, const std::function<void(MDB_txn*)>& apply);
+  void remap(std::size_t size);
+  std::size_t mapSize() const;
+
+  std::string path_;
+  MDB_env* env_ = nullptr;
+  MDB_txn* view_ = nullptr;
+  bool viewOpen_ = false;
+  MDB_dbi records_ = 0;
+  MDB_dbi freeStack_ = 0;
+  MDB_dbi meta_ = 0;
+  std::pair<unsigned long long, unsigned long long> fileId_{0, 0};
+};
+
+}  // namespace kestrine::platform::core::storage::datastore
+
+#endif  // KPL_CORE_STORAGE_LMDB_ENVIRONMENT_H_
