@@ -12,6 +12,8 @@ class Root : public Set {
  public:
   // Opens the root at `offset` (0 in every store the front end prepared).
   Root(IDataStore* store, unsigned offset);
+  // Root(store, 0) would otherwise be ambiguous between the offset and a null name.
+  Root(IDataStore* store, int offset) : Root(store, static_cast<unsigned>(offset)) {}
   // Creates a new root record named `name`.
   Root(IDataStore* store, const wchar_t* name);
   ~Root() override;
