@@ -63,7 +63,7 @@ void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Co
 }
 
 void appendName(std::string& out, const wchar_t* name) {
-  if (name != nullptr) appendEscaped(out, name, std::wcslen(name), Context::kName);
+  appendEscaped(out, name, std::wcslen(name), Context::kName);
 }
 
 }  // namespace
@@ -154,6 +154,7 @@ void XMLSerializer::emitXMLHeader() {
 
 void XMLSerializer::startElement(const wchar_t* name) {
   Impl& impl = *impl_;
+  if (name == nullptr || *name == 0) throw Exception("XML serializer: element without a name");
   if (!impl.open.empty()) {
     Impl::Open& parent = impl.open.back();
     impl.closeStartTag(parent);
@@ -170,6 +171,7 @@ void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
   Impl& impl = *impl_;
   if (!impl.innermost("attribute").startTagOpen)
     throw Exception("XML serializer: attribute after the content of its element");
+  if (name == nullptr || *name == 0) throw Exception("XML serializer: attribute without a name");
   impl.buffer += ' ';
   appendName(impl.buffer, name);
   impl.buffer += "=\"";

@@ -209,17 +209,13 @@ TEST(XMLSerializer, MisuseThrowsInsteadOfWritingBrokenXML) {
   EXPECT_THROW(s.endElement(), Exception);
   EXPECT_THROW(s.characters(L"loose text"), Exception);
   EXPECT_THROW(s.addAttribute(L"a", L"1"), Exception);
+  EXPECT_THROW(s.startElement(L""), Exception);
   s.startElement(L"e");
+  EXPECT_THROW(s.addAttribute(nullptr, L"1"), Exception);
   s.characters(L"content");
   EXPECT_THROW(s.addAttribute(L"late", L"1"), Exception);
   s.endElement();
   EXPECT_EQ(doc.text(), "<e>content</e>\n");
-}
-
-TEST(XMLSerializer, KeepsTheIdentifierOfTheDocument) {
-  KPLUUID id;
-  XMLSerializer s(id);
-  EXPECT_EQ(s.id(), id);
 }
 
 }  // namespace

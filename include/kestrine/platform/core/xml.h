@@ -80,8 +80,8 @@ class KPL_CORE_API XMLParser {
 // (<p><b/>tail</p>), the line break and indentation already written before that child stay
 // and become part of the text. Writers of mixed content start it with its text.
 //
-// Misuse (an end tag or text with no element open, an attribute after content) throws
-// core::Exception and writes nothing. A serializer object serves one thread.
+// Misuse (a null or empty name, an end tag or text with no element open, an attribute after
+// content) throws core::Exception and writes nothing. A serializer object serves one thread.
 class KPL_CORE_API XMLSerializer {
  public:
   // `id` names the document being written (kept, never written).
