@@ -1,0 +1,196 @@
+#include "data/schema/layout.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "data/schema/schema_locator_impl.h"
+#include "data/schema/schema_test_support.h"
+
+namespace kestrine::platform::data::Schema {
+namespace {
+
+using metadata::IStructLayout;
+
+// A schema store "point" (x: one double, y: three uint16) pushed to a locator.
+class LayoutTest : public ::testing::Test {
+ protected:
+  LayoutTest() {
+    point_ = schemas_.table(L"point");
+    schemas_.primitive(point_, L"x", metadata::kDouble, 1);
+    schemas_.primitive(point_, L"y", metadata::kUInt16, 3);
+    locator_.push(schemas_.store());
+  }
+
+  // The layout the locator builds for `path` (a single-layout URI).
+  Layout* resolve(const wchar_t* path) {
+    schema_ = locator_.schema(path);
+    return schema_ ? schema_->layout(0) : nullptr;
+  }
+
+  static std::vector<std::wstring> names(Layout* layout) {
+    std::vector<std::wstring> out;
+    for (unsigned i = 0; i < layout->fields(); ++i)
+      out.push_back(layout->get(i)->name);
+    return out;
+  }
+
+  SchemaStore schemas_;
+  unsigned point_;
+  SchemaLocatorImpl locator_;
+  core::memory::SharedPtr<SchemaImpl> schema_;
+};
+
+// Packing: fields back to back in definition order, no padding, sizes in bytes.
+TEST_F(LayoutTest, PrimitivesArePackedInDefinitionOrder) {
+  Layout layout(nullptr, L"point", new Design::Table(schemas_.store(), point_, false));
+  EXPECT_STREQ(L"point", layout.path());
+  EXPECT_EQ(point_, layout.definition()->offset());
+  ASSERT_EQ(2u, layout.fields());
+  const IStructLayout::tField* x = layout.get(0);
+  const IStructLayout::tField* y = layout.get(1);
+  EXPECT_STREQ(L"x", x->name);
+  EXPECT_EQ(metadata::kDouble, x->type);
+  EXPECT_EQ((std::vector<unsigned>{1, 0, 8}),
+            (std::vector<unsigned>{x->count, x->offset, x->size}));
+  EXPECT_STREQ(L"y", y->name);
+  EXPECT_EQ(metadata::kUInt16, y->type);
+  EXPECT_EQ((std::vector<unsigned>{3, 8, 6}),
+            (std::vector<unsigned>{y->count, y->offset, y->size}));
+  EXPECT_EQ(14u, layout.stride());
+  EXPECT_EQ(4u, layout.values());
+  EXPECT_EQ(y, layout.get(core::string::WideString(L"y")));
+  EXPECT_EQ(nullptr, layout.get(core::string::WideString(L"z")));
+  EXPECT_EQ(nullptr, layout.get(core::string::WideString(L"")));
+}
+
+// Struct members: n = valuesize / sub stride elements, numbered only when n is not 1, each
+// element a copy of the sub-layout's fields at member offset + j x sub stride.
+TEST_F(LayoutTest, StructMembersExpandPerElement) {
+  const unsigned pair = schemas_.table(L"pair");
+  schemas_.primitive(pair, L"id", metadata::kInt32, 1);
+  schemas_.primitive(pair, L"p", metadata::kStruct, 28, L"point");
+  const unsigned single = schemas_.table(L"single");
+  schemas_.primitive(single, L"p", metadata::kStruct, 14, L"point");
+
+  Layout* two = resolve(L"pair");
+  ASSERT_NE(nullptr, two);
+  EXPECT_EQ((std::vector<std::wstring>{L"id", L"p[0].x", L"p[0].y", L"p[1].x", L"p[1].y"}),
+            names(two));
+  EXPECT_EQ(4u + 28u, two->stride());
+  EXPECT_EQ(1u + 8u, two->values());
+  const IStructLayout::tField* y1 = two->get(core::string::WideString(L"p[1].y"));
+  ASSERT_NE(nullptr, y1);
+  EXPECT_EQ(4u + 14u + 8u, y1->offset);
+  EXPECT_EQ(metadata::kUInt16, y1->type);
+  EXPECT_EQ(3u, y1->count);
+  EXPECT_EQ(6u, y1->size);
+
+  Layout* one = resolve(L"single");
+  ASSERT_NE(nullptr, one);
+  EXPECT_EQ((std::vector<std::wstring>{L"p.x", L"p.y"}), names(one));
+}
+
+TEST_F(LayoutTest, NestedTablesPrefixTheirMembers) {
+  const unsigned outer = schemas_.table(L"outer");
+  const unsigned t = schemas_.table(L"t", outer);
+  schemas_.primitive(t, L"a", metadata::kInt32);
+  schemas_.primitive(schemas_.table(L"u", t), L"b", metadata::kBool);
+  schemas_.primitive(outer, L"c", metadata::kInt8);
+  schemas_.container(L"skipped", outer);
+
+  Layout* layout = resolve(L"outer");
+  ASSERT_NE(nullptr, layout);
+  EXPECT_EQ((std::vector<std::wstring>{L"t.a", L"t.u.b", L"c"}), names(layout));
+  EXPECT_EQ(6u, layout->stride());
+}
+
+// Every field counts and takes room; a name lookup answers the first field of that name.
+TEST_F(LayoutTest, DuplicateFlattenedNamesKeepTheFirstForLookups) {
+  const unsigned twice = schemas_.table(L"twice");
+  schemas_.primitive(twice, L"t.a", metadata::kDouble);
+  schemas_.primitive(schemas_.table(L"t", twice), L"a", metadata::kInt16);
+
+  Layout* layout = resolve(L"twice");
+  ASSERT_NE(nullptr, layout);
+  EXPECT_EQ((std::vector<std::wstring>{L"t.a", L"t.a"}), names(layout));
+  EXPECT_EQ(layout->get(0u), layout->get(core::string::WideString(L"t.a")));
+  EXPECT_EQ(10u, layout->stride());
+  EXPECT_EQ(8u, layout->get(1)->offset);
+}
+
+// A name that equals a marker key of the index (which a set refuses, but a store written
+// elsewhere may hold) is laid out but cannot be looked up; the index stays sound.
+TEST_F(LayoutTest, MarkerKeyNamesAreLaidOutButNotIndexed) {
+  const unsigned odd = schemas_.table(L"odd");
+  const unsigned marker =
+      Design::Primitive(schemas_.store(), metadata::kInt32, L"$$$$$_____empty_key").offset();
+  schemas_.primitive(odd, L"b", metadata::kInt32);
+  schemas_.duplicate(odd, marker);
+
+  Layout* layout = resolve(L"odd");
+  ASSERT_NE(nullptr, layout);
+  EXPECT_EQ(2u, layout->fields());
+  EXPECT_EQ(nullptr, layout->get(core::string::WideString(L"$$$$$_____empty_key")));
+  EXPECT_EQ(layout->get(0u), layout->get(core::string::WideString(L"b")));
+  EXPECT_STREQ(L"$$$$$_____empty_key", layout->get(1)->name);
+}
+
+// Struct members that cannot be divided into elements of exactly one layout contribute
+// nothing: an unknown or missing base, a base of two layouts, a sub-layout without fields
+// (stride 0: no division by zero), a schema that contains itself, and no locator at all.
+TEST_F(LayoutTest, StructMembersWithoutOneUsableBaseContributeNothing) {
+  schemas_.table(L"none");
+  const unsigned members = schemas_.table(L"members");
+  schemas_.primitive(members, L"unknown", metadata::kStruct, 14, L"nowhere");
+  schemas_.primitive(members, L"unset", metadata::kStruct, 14);
+  schemas_.primitive(members, L"chain", metadata::kStruct, 14, L"point;point");
+  schemas_.primitive(members, L"empty", metadata::kStruct, 14, L"none");
+  schemas_.primitive(members, L"self", metadata::kStruct, 14, L"members");
+  schemas_.primitive(members, L"kept", metadata::kInt32);
+
+  Layout* layout = resolve(L"members");
+  ASSERT_NE(nullptr, layout);
+  EXPECT_EQ((std::vector<std::wstring>{L"kept"}), names(layout));
+  EXPECT_EQ(0u, layout->get(0)->offset);
+
+  Layout alone(nullptr, L"members", new Design::Table(schemas_.store(), members, false));
+  EXPECT_EQ((std::vector<std::wstring>{L"kept"}), names(&alone));
+}
+
+// Two schemas that reach each other: each is laid out with the other expanded once, and the
+// inner reference back to the one being built is left out instead of recursing.
+TEST_F(LayoutTest, MutuallyRecursiveSchemasTerminate) {
+  const unsigned a = schemas_.table(L"a");
+  schemas_.primitive(a, L"x", metadata::kInt32);
+  schemas_.primitive(a, L"b", metadata::kStruct, 4, L"b");
+  const unsigned b = schemas_.table(L"b");
+  schemas_.primitive(b, L"y", metadata::kInt32);
+  schemas_.primitive(b, L"a", metadata::kStruct, 4, L"a");
+
+  Layout* layout = resolve(L"a");
+  ASSERT_NE(nullptr, layout);
+  EXPECT_EQ((std::vector<std::wstring>{L"x", L"b.y"}), names(layout));
+}
+
+TEST(LayoutFieldTest, CopiesTakeTheirOwnName) {
+  Layout::Field original(L"x");
+  EXPECT_EQ(metadata::kNone, original.view().type);
+  EXPECT_EQ(0u, original.view().size);
+  original.view().type = metadata::kDouble;
+  original.view().count = 2;
+  original.view().offset = 4;
+  original.view().size = 16;
+  std::wstring name = L"p[3].x";
+  Layout::Field copy(name.c_str(), original);
+  name = L"changed";
+  EXPECT_STREQ(L"p[3].x", copy.view().name);
+  EXPECT_EQ(metadata::kDouble, copy.view().type);
+  EXPECT_EQ(2u, copy.view().count);
+  EXPECT_EQ(4u, copy.view().offset);
+  EXPECT_EQ(16u, copy.view().size);
+}
+
+}  // namespace
+}  // namespace kestrine::platform::data::Schema

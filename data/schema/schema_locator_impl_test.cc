@@ -1,0 +1,187 @@
+#include "data/schema/schema_locator_impl.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "data/record/entity.h"
+#include "data/schema/schema_test_support.h"
+#include "kestrine/platform/core/hash.h"
+
+namespace kestrine::platform::data::Schema {
+namespace {
+
+using core::memory::SharedPtr;
+using core::string::WideString;
+
+// A store defining tables `names`, each with one int32 member "m".
+class Defining : public SchemaStore {
+ public:
+  Defining(std::initializer_list<const wchar_t*> names) {
+    for (const wchar_t* name : names)
+      primitive(table(name), L"m", metadata::kInt32);
+  }
+  unsigned references(const wchar_t* name) {
+    return Record::Entity(store(), Metadata::Root(store(), 0u).find(name)).references();
+  }
+};
+
+// The schema of `uri` as the layer sees it; empty when the locator gave none.
+SharedPtr<SchemaImpl> resolve(SchemaLocatorImpl& locator, const wchar_t* uri) {
+  return locator.schema(WideString(uri));
+}
+
+// Stores are declared before the locators that cache layouts from them: a layout drops its
+// reference count in the store when the locator destroys it.
+TEST(SchemaLocatorImplTest, NothingToResolveGivesNoSchema) {
+  Defining ab{L"a", L"b"};
+  core::storage::datastore::MemoryDataStore fresh;
+  SchemaLocatorImpl locator;
+  EXPECT_FALSE(locator.resolve(WideString()));
+  EXPECT_FALSE(resolve(locator, L"x"));
+  locator.push(&fresh);  // no root yet: skipped
+  locator.push(ab.store());
+  EXPECT_FALSE(resolve(locator, L""));
+  EXPECT_FALSE(resolve(locator, L"x;y;;"));
+  EXPECT_TRUE(resolve(locator, L"x;a"));
+}
+
+TEST(SchemaLocatorImplTest, MakePushesTheStoreItIsGiven) {
+  Defining a{L"a"};
+  EXPECT_TRUE(metadata::ISchemaLocator::make(a.store())->resolve(WideString(L"a")));
+  SharedPtr<metadata::ISchemaLocator> empty = metadata::ISchemaLocator::make(nullptr);
+  EXPECT_FALSE(empty->resolve(WideString(L"a")));
+  empty->push(a.store());
+  SharedPtr<metadata::ISchema> schema = empty->resolve(WideString(L"a;zzz"));
+  ASSERT_TRUE(schema);
+  EXPECT_EQ(WideString(L"a"), schema->path());
+  EXPECT_EQ(1u, schema->layout()->fields());
+}
+
+// Unknown paths are skipped; every segment, the empty one included, is looked up.
+TEST(SchemaLocatorImplTest, ChainsHoldTheKnownPathsInOrder) {
+  Defining defining{L"a", L"b", L""};
+  Defining onlyB{L"b"};
+  SchemaLocatorImpl locator;
+  locator.push(onlyB.store());
+  SharedPtr<SchemaImpl> b = resolve(locator, L"a;b");
+  ASSERT_TRUE(b);
+  EXPECT_EQ(1u, b->links());
+  EXPECT_EQ(WideString(L"b"), b->path());
+
+  locator.push(defining.store());
+  SharedPtr<SchemaImpl> chain = resolve(locator, L"b;;a");
+  ASSERT_TRUE(chain);
+  ASSERT_EQ(3u, chain->links());
+  EXPECT_STREQ(L"b", chain->path(0));
+  EXPECT_STREQ(L"", chain->path(1));
+  EXPECT_STREQ(L"a", chain->path(2));
+  EXPECT_EQ(b->layout(), chain->layout());  // "b" is cached already
+}
+
+TEST(SchemaLocatorImplTest, OnePathIsBuiltOnceAndShared) {
+  Defining defining{L"a"};
+  SchemaLocatorImpl locator;
+  locator.push(defining.store());
+  const unsigned before = defining.references(L"a");
+  SharedPtr<SchemaImpl> first = resolve(locator, L"a");
+  SharedPtr<SchemaImpl> second = resolve(locator, L"a;a");
+  ASSERT_TRUE(first && second);
+  EXPECT_NE(first.get(), second.get());
+  EXPECT_EQ(first->layout(), second->layout(0));
+  EXPECT_EQ(first->layout(), second->layout(1));
+  EXPECT_EQ(before + 1, defining.references(L"a"));
+}
+
+// Schemas may sit below containers and tables ("lib.point"); a name that is found but is
+// not a table is passed over and the search goes on in the other stores, whatever their order.
+TEST(SchemaLocatorImplTest, OnlyTablesAreSchemas) {
+  Defining nested{};
+  nested.primitive(nested.table(L"point", nested.container(L"lib")), L"x", metadata::kDouble);
+  for (bool primitiveFirst : {true, false}) {
+    Defining table{L"a"};
+    SchemaStore primitive;
+    primitive.primitive(0, L"a", metadata::kInt32);
+    primitive.container(L"c");
+    SchemaLocatorImpl locator;
+    locator.push(primitiveFirst ? primitive.store() : table.store());
+    locator.push(primitiveFirst ? table.store() : primitive.store());
+    locator.push(nested.store());
+    SharedPtr<SchemaImpl> a = locator.schema(WideString(L"a"));
+    ASSERT_TRUE(a);
+    EXPECT_EQ(table.store(), a->definition(0)->store());
+    EXPECT_FALSE(locator.schema(WideString(L"c")));
+    SharedPtr<SchemaImpl> point = locator.schema(WideString(L"lib.point"));
+    ASSERT_TRUE(point);
+    EXPECT_STREQ(L"lib.point", point->path(0));
+    EXPECT_STREQ(L"x", point->layout()->get(0u)->name);
+  }
+}
+
+// pop evicts (and destroys) the layouts a store defined; the path is then built anew from
+// another store, or no longer found.
+TEST(SchemaLocatorImplTest, PopEvictsWhatTheStoreDefined) {
+  Defining first{L"a", L"b"};
+  Defining second{L"a"};
+  SchemaLocatorImpl locator;
+  EXPECT_FALSE(locator.pop(first.store()));
+  EXPECT_FALSE(locator.pop(nullptr));
+  locator.push(first.store());
+  locator.push(first.store());
+  ASSERT_TRUE(resolve(locator, L"a;b"));
+  const unsigned held = first.references(L"a");
+
+  EXPECT_TRUE(locator.pop(first.store()));
+  EXPECT_FALSE(locator.pop(first.store()));
+  EXPECT_EQ(held - 1, first.references(L"a"));
+  EXPECT_FALSE(resolve(locator, L"a"));
+
+  locator.push(second.store());
+  SharedPtr<SchemaImpl> rebuilt = resolve(locator, L"a;b");
+  ASSERT_TRUE(rebuilt);
+  EXPECT_EQ(1u, rebuilt->links());
+  EXPECT_EQ(second.store(), rebuilt->definition(0)->store());
+  EXPECT_TRUE(locator.pop(second.store()));
+  EXPECT_FALSE(resolve(locator, L"a"));
+}
+
+// reset forgets the stores, not the layouts; destroying the locator releases them all.
+TEST(SchemaLocatorImplTest, ResetKeepsTheCache) {
+  Defining defining{L"a", L"b"};
+  const unsigned before = defining.references(L"a");
+  {
+    SchemaLocatorImpl locator;
+    locator.push(defining.store());
+    ASSERT_TRUE(locator.schema(WideString(L"a")));
+    locator.reset();
+    EXPECT_TRUE(locator.schema(WideString(L"a")));
+    EXPECT_FALSE(locator.schema(WideString(L"b")));
+    EXPECT_FALSE(locator.pop(defining.store()));
+    EXPECT_EQ(before + 1, defining.references(L"a"));
+  }
+  EXPECT_EQ(before, defining.references(L"a"));
+}
+
+// The store set spreads keys by the bytes the pointer points at (for stores of one class,
+// their common first word), but tells stores apart by pointer.
+TEST(SchemaLocatorKernelTest, StoresHashByTheirFirstWordAndCompareByAddress) {
+  core::storage::datastore::MemoryDataStore one;
+  core::storage::datastore::MemoryDataStore two;
+  std::uint64_t word;
+  std::memcpy(&word, static_cast<const void*>(&one), sizeof word);
+  using Kernel = SchemaLocatorImpl::_tVoidKernel;
+  EXPECT_EQ(core::tMurmur2Kernel::hash(&word, 8), Kernel::hash(&one));
+  EXPECT_EQ(Kernel::hash(&one), Kernel::hash(&two));
+  EXPECT_FALSE(Kernel::equal(&one, &two));
+  EXPECT_TRUE(Kernel::equal(&one, &one));
+
+  const std::wstring path = L"point";
+  EXPECT_TRUE(SchemaLocatorImpl::_tPathKernel::equal(path.c_str(), L"point"));
+  EXPECT_FALSE(SchemaLocatorImpl::_tPathKernel::equal(path.c_str(), L"points"));
+  EXPECT_EQ(SchemaLocatorImpl::_tPathKernel::hash(path.c_str()),
+            SchemaLocatorImpl::_tPathKernel::hash(L"point"));
+}
+
+}  // namespace
+}  // namespace kestrine::platform::data::Schema

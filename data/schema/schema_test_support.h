@@ -1,0 +1,63 @@
+#ifndef KPL_DATA_SCHEMA_SCHEMA_TEST_SUPPORT_H_
+#define KPL_DATA_SCHEMA_SCHEMA_TEST_SUPPORT_H_
+
+#include <stdexcept>
+
+#include "data/design/container.h"
+#include "data/design/logic.h"
+#include "data/design/primitive.h"
+#include "data/design/table.h"
+#include "data/metadata/root.h"
+#include "data/record/offsets.h"
+#include "kestrine/platform/core/datastore.h"
+
+namespace kestrine::platform::data::Schema {
+
+// A memory store with a root at offset 0, in which tests build schema tables and candidates
+// through the design logic, as the XML reader does. Each builder adds the new record to the
+// set at `parent` (the root by default) and answers its offset.
+class SchemaStore {
+ public:
+  SchemaStore() { Metadata::Root(&store_, L"schemas"); }
+
+  core::storage::datastore::MemoryDataStore* store() { return &store_; }
+
+  unsigned table(const wchar_t* name, unsigned parent = 0) {
+    return attach(parent, Design::Table(&store_, name).offset());
+  }
+  unsigned container(const wchar_t* name, unsigned parent = 0) {
+    return attach(parent,
+                  Structural::Container(&store_, structure::IContainer::kNode, name).offset());
+  }
+  // `count` elements (bytes, for a struct) of `type`, with `base` as the struct's schema URI.
+  unsigned primitive(unsigned parent, const wchar_t* name, metadata::tValue type,
+                     unsigned count = 1, const wchar_t* base = nullptr) {
+    unsigned offset;
+    {
+      Design::Primitive primitive(&store_, type, name);
+      if (base != nullptr) primitive.base(base);
+      primitive.reset(count);
+      offset = primitive.offset();
+    }
+    return attach(parent, offset);
+  }
+  // Appends `child` to the children list of `parent` behind the set's back, so that the list
+  // can hold what the set itself refuses: a name twice, or a marker key as a name.
+  void duplicate(unsigned parent, unsigned child) {
+    Design::Logic set(&store_, parent, true);
+    Record::Offsets(&store_, set.set()->children()).add(child);
+  }
+
+ private:
+  unsigned attach(unsigned parent, unsigned child) {
+    Design::Logic set(&store_, parent, false);
+    if (!set.set()->add(child)) throw std::logic_error("the set refused a test member");
+    return child;
+  }
+
+  core::storage::datastore::MemoryDataStore store_;
+};
+
+}  // namespace kestrine::platform::data::Schema
+
+#endif  // KPL_DATA_SCHEMA_SCHEMA_TEST_SUPPORT_H_
