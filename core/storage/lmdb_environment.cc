@@ -118,6 +118,10 @@ LmdbEnvironment::LmdbEnvironment(const std::string& path, std::size_t mapSize) :
     check(mdb_env_set_mapsize(env_, (mapSize + page - 1) / page * page));
     check(mdb_env_open(env_, path.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0644));
     checkLength();
+    // A process killed while reading leaves its reader slot behind, and LMDB keeps every page
+    // that slot's snapshot might need: the file would only grow. Clear such slots.
+    int stale = 0;
+    check(mdb_reader_check(env_, &stale));
 
     MDB_txn* txn = nullptr;
     beginRead(&txn);

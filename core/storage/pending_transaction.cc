@@ -9,8 +9,9 @@
 namespace kestrine::platform::core::storage::datastore {
 
 void PendingTransaction::start(const StoreState& base) {
-  changes_.clear();
-  freed_.clear();
+  // Swapped with empty ones, not cleared, so that a large import gives its memory back.
+  std::unordered_map<unsigned, Change>().swap(changes_);
+  std::vector<unsigned>().swap(freed_);
   base_ = base;
   state_ = base;
   committedFree_ = base.freeCount;
