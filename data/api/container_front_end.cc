@@ -1,0 +1,60 @@
+#include "data/api/container_impl.h"
+#include "data/api/handles.h"
+#include "data/metadata/lock.h"
+#include "data/metadata/root.h"
+#include "data/record/base.h"
+#include "kestrine/platform/core/thread.h"
+
+namespace kestrine::platform::data::structure {
+
+namespace {
+
+// Serialises toplevel() and find() in the whole process, so that two threads never both give
+// a fresh store its root. It is taken before the store lock and by nothing else. A
+// namespace-scope object exists from the moment the library is loaded; a function-local one
+// would be built by whichever thread came first.
+core::thread::Mutex gFrontEndMutex;
+
+}  // namespace
+
+unsigned IContainerFrontEnd::version() {
+  return 1;
+}
+
+SharedPtr<IContainer> IContainerFrontEnd::toplevel(IDataStore* store, WideString name) {
+  if (store == nullptr) return {};
+  core::thread::ScopedLock serial(gFrontEndMutex);
+  Metadata::Lock lock(store);
+  if (store->used() == 0) {
+    // A fresh store: its first record, the root, lands at offset 0.
+    Metadata::Root created(store, L"root");
+    store->version(version());
+  }
+  Metadata::Root root(store, 0);
+  const wchar_t* wanted = name.value();
+  if (wanted == nullptr) {
+    // Any top-level container will do: the first in the root's order, else "default".
+    for (unsigned i = 0; i < root.items(); ++i) {
+      unsigned offset = root.at(i);
+      if (Record::peek(store, offset) == Record::kContainer)
+        return Api::openContainer(store, offset);
+    }
+    wanted = L"default";
+  }
+  unsigned offset = root.find(wanted);
+  // A name that belongs to a property is taken: nothing is created for it.
+  if (offset != IDataStore::BADOFF) return Api::openContainer(store, offset);
+  Api::Pending<Structural::Container> created(
+      new Structural::Container(store, IContainer::kGroup, wanted));
+  root.add(created->offset());
+  return Api::makeHandle<ContainerImpl, IContainer>(created);
+}
+
+SharedPtr<IContainer> IContainerFrontEnd::find(IDataStore* store, WideString path) {
+  if (store == nullptr) return {};
+  core::thread::ScopedLock serial(gFrontEndMutex);
+  Metadata::Lock lock(store);
+  return Api::resolveContainer(store, path.value());
+}
+
+}  // namespace kestrine::platform::data::structure

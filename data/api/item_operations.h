@@ -1,0 +1,56 @@
+#ifndef KPL_DATA_API_ITEM_OPERATIONS_H_
+#define KPL_DATA_API_ITEM_OPERATIONS_H_
+
+#include "data/metadata/item.h"
+#include "data/metadata/set.h"
+#include "kestrine/platform/core/string.h"
+#include "kestrine/platform/data/metadata/value.h"
+
+// The operations that containers and properties offer alike over their item. Each takes the
+// item's store lock for its whole length.
+namespace kestrine::platform::data::Api {
+
+using core::string::WideString;
+
+// The item's name as its record holds it now. The item's own copy is the name it was opened
+// with, which a rename through its parent's index does not change.
+WideString name(const Metadata::Item& item);
+// The dotted path from below the root, ending in the item's current name.
+WideString path(const Metadata::Item& item);
+
+// Renames the item within its parent's index: a container parent always, a table parent only
+// when `tableParent` allows it; false for any other parent (the root among them).
+bool rename(const Metadata::Item& item, const WideString& name, bool tableParent);
+
+// Localized descriptions. An empty locale names none: the queries find nothing for it and
+// describe() answers 0xFFFFFFFF; an empty text removes the locale's description.
+unsigned locales(Metadata::Item& item);
+WideString locale(Metadata::Item& item, unsigned index);
+unsigned describe(Metadata::Item& item, const WideString& locale, const WideString& text);
+WideString localize(Metadata::Item& item, const WideString& locale);
+
+// Links a new child into `set`: builds it with its creating constructor (which writes the
+// record), adds it to the set's index, closes the creating object and returns the offset. The
+// caller has checked the name and reopens the record for its handle.
+template <class Logic, class... Arguments>
+unsigned createChild(Metadata::Set& set, Arguments... arguments) {
+  Logic created(set.store(), arguments...);
+  set.add(created.offset());
+  return created.offset();
+}
+
+// Whether `name` can name a new child: a name is required, since the empty one would never
+// be found again (container(L"") means the container itself).
+inline bool nameable(const WideString& name) {
+  return name.value() != nullptr;
+}
+
+// Whether primitives of `type` can be made: type 0 has no element size to count values in,
+// and no value past the enumeration names a type.
+inline bool storable(metadata::tValue type) {
+  return type >= metadata::kBinary && type <= metadata::kStruct;
+}
+
+}  // namespace kestrine::platform::data::Api
+
+#endif  // KPL_DATA_API_ITEM_OPERATIONS_H_
