@@ -38,7 +38,7 @@ std::vector<unsigned char> copyOf(const void* data, unsigned size) {
 //
 // Processes. A pending transaction holds `writer` (flock on "<path>-writer") from its first
 // change to its commit, and starts from the newest committed state, so two processes never
-// give out the same offset or base changes on a state that the other has replaced.
+// give out the same offset and each transaction applies to the state it was begun on.
 //
 // The view. While a transaction is pending, or the store lock is held, the environment's
 // read view stays open between operations: in the first case it shows the transaction's base

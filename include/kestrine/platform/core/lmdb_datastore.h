@@ -28,7 +28,9 @@ namespace kestrine::platform::core::storage::datastore {
 // first change waits until no other process has a transaction pending, and works on the
 // newest committed state. A reader never sees uncommitted changes of another process;
 // while a thread of this process holds the store lock and no change is pending here, reads
-// see one committed state, the one of the moment the lock was taken.
+// see one committed state, the newest at the first read under the lock. What was read before
+// a transaction's first change may be older than its base: conflicts between such reads and
+// another process's commits are not detected.
 //
 // A file may be open only once per process; a second store on the same file throws.
 // Every operation is safe from any thread, with or without the store lock.
