@@ -1,0 +1,135 @@
+// The cost of one operation on a set's name index as the set grows from a thousand to a
+// million children: adding a child (the child's parent field is written and 4 bytes are
+// appended to the children list, which is never read) and finding a child by name (the index
+// alone). Both should stay flat; compare time_per_add and the find time across sizes.
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "data/metadata/root.h"
+#include "data/record/primitive.h"
+#include "kestrine/platform/core/datastore.h"
+
+namespace {
+
+using kestrine::platform::core::storage::datastore::MemoryDataStore;
+using kestrine::platform::core::string::WideString;
+using kestrine::platform::data::Metadata::Root;
+namespace Record = kestrine::platform::data::Record;
+
+// The name index hashes only the first n bytes of an n-character name (about its first
+// quarter), so these names differ in their first four characters and share a tail.
+std::vector<WideString> distinctNames(unsigned n) {
+  const wchar_t digits[] = L"0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_-";
+  std::vector<WideString> names;
+  names.reserve(n);
+  for (unsigned i = 0; i < n; ++i) {
+    std::wstring name;
+    for (unsigned value = i, k = 0; k < 4; ++k, value /= 64)
+      name += digits[value % 64];
+    names.emplace_back(name + L"-member-name");
+  }
+  return names;
+}
+
+// Names as people write them, alike but for a number at the end: all of them fall into the
+// few buckets their common first characters pick, so look-ups grow with the set.
+std::vector<WideString> sharedPrefixNames(unsigned n) {
+  std::vector<WideString> names;
+  names.reserve(n);
+  for (unsigned i = 0; i < n; ++i)
+    names.emplace_back(L"member_" + std::to_wstring(i));
+  return names;
+}
+
+// A store with a root at 0 and one unattached primitive record per name.
+struct Children {
+  MemoryDataStore store;
+  std::vector<unsigned> offsets;
+  explicit Children(const std::vector<WideString>& names) {
+    Root(&store, L"root");
+    offsets.reserve(names.size());
+    for (const WideString& name : names)
+      offsets.push_back(Record::Primitive(&store, 12, name.string()).offset());
+  }
+};
+
+// The same, with every child added to the root.
+struct Built {
+  std::vector<WideString> names;
+  Children children;
+  std::optional<Root> root;
+  explicit Built(std::vector<WideString> list) : names(std::move(list)), children(names) {
+    root.emplace(&children.store, 0u);
+    for (unsigned offset : children.offsets)
+      root->add(offset);
+  }
+  ~Built() { root.reset(); }
+};
+
+void setCounters(benchmark::State& state, unsigned perIteration, const char* name) {
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * perIteration);
+  state.counters[name] = benchmark::Counter(
+      static_cast<double>(perIteration),
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void BM_Add(benchmark::State& state) {
+  unsigned n = static_cast<unsigned>(state.range(0));
+  std::vector<WideString> names = distinctNames(n);
+  std::unique_ptr<Children> children;
+  std::unique_ptr<Root> root;
+  for (auto _ : state) {
+    state.PauseTiming();
+    root.reset();
+    children.reset(new Children(names));
+    root.reset(new Root(&children->store, 0u));
+    state.ResumeTiming();
+    for (unsigned offset : children->offsets)
+      benchmark::DoNotOptimize(root->add(offset));
+  }
+  root.reset();
+  setCounters(state, n, "time_per_add");
+}
+
+// One built set at a time, kept across the runs the framework makes for one size.
+Built& built(unsigned n, std::vector<WideString> (*names)(unsigned)) {
+  static std::unique_ptr<Built> cache;
+  static std::vector<WideString> (*cachedNames)(unsigned) = nullptr;
+  if (!cache || cache->names.size() != n || cachedNames != names) {
+    cache.reset();
+    cache.reset(new Built(names(n)));
+    cachedNames = names;
+  }
+  return *cache;
+}
+
+void find(benchmark::State& state, std::vector<WideString> (*names)(unsigned)) {
+  unsigned n = static_cast<unsigned>(state.range(0));
+  Built& set = built(n, names);
+  // A stride coprime with n visits every name in an order unrelated to insertion.
+  unsigned i = 0, stride = 7919;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(set.root->find(set.names[i].string()));
+    i = (i + stride) % n;
+  }
+  if (set.root->find(set.names[0].string()) != set.children.offsets[0])
+    state.SkipWithError("a child was not found");
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_Find(benchmark::State& state) {
+  find(state, distinctNames);
+}
+void BM_FindSharedPrefix(benchmark::State& state) {
+  find(state, sharedPrefixNames);
+}
+
+BENCHMARK(BM_Add)->RangeMultiplier(10)->Range(1000, 1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Find)->RangeMultiplier(10)->Range(1000, 1000000);
+BENCHMARK(BM_FindSharedPrefix)->RangeMultiplier(4)->Range(1000, 16000);
+
+}  // namespace
