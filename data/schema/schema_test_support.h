@@ -13,14 +13,16 @@
 
 namespace kestrine::platform::data::Schema {
 
-// A memory store with a root at offset 0, in which tests build schema tables and candidates
-// through the design logic, as the XML reader does. Each builder adds the new record to the
-// set at `parent` (the root by default) and answers its offset.
-class SchemaStore {
+// A store (a MemoryDataStore or one derived from it) with a root at offset 0, in which tests
+// build schema tables and candidates through the design logic, as the XML reader does. Each
+// builder adds the new record to the set at `parent` (the root by default) and answers its
+// offset.
+template <class Store>
+class BasicSchemaStore {
  public:
-  SchemaStore() { Metadata::Root(&store_, L"schemas"); }
+  BasicSchemaStore() { Metadata::Root(&store_, L"schemas"); }
 
-  core::storage::datastore::MemoryDataStore* store() { return &store_; }
+  Store* store() { return &store_; }
 
   unsigned table(const wchar_t* name, unsigned parent = 0) {
     return attach(parent, Design::Table(&store_, name).offset());
@@ -55,8 +57,10 @@ class SchemaStore {
     return child;
   }
 
-  core::storage::datastore::MemoryDataStore store_;
+  Store store_;
 };
+
+using SchemaStore = BasicSchemaStore<core::storage::datastore::MemoryDataStore>;
 
 }  // namespace kestrine::platform::data::Schema
 
