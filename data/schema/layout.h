@@ -43,8 +43,8 @@ class Layout : public metadata::IStructLayout {
 
   // Lays out `definition`, a fully loaded table of `path`, and takes ownership of it (also
   // when construction fails). Struct members resolve their bases through `locator`, which
-  // may therefore build further layouts on this thread. Store and allocation failures pass
-  // through.
+  // may therefore build further layouts on this thread; without a locator they are left out.
+  // Store and allocation failures pass through.
   Layout(SchemaLocatorImpl* locator, const wchar_t* path, Metadata::Set* definition);
   // Destroys the fields and the definition. A store failure while the definition drops its
   // reference count cannot leave a destructor of the public interface; it is dropped, and the

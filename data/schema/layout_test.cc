@@ -174,23 +174,5 @@ TEST_F(LayoutTest, MutuallyRecursiveSchemasTerminate) {
   EXPECT_EQ((std::vector<std::wstring>{L"x", L"b.y"}), names(layout));
 }
 
-TEST(LayoutFieldTest, CopiesTakeTheirOwnName) {
-  Layout::Field original(L"x");
-  EXPECT_EQ(metadata::kNone, original.view().type);
-  EXPECT_EQ(0u, original.view().size);
-  original.view().type = metadata::kDouble;
-  original.view().count = 2;
-  original.view().offset = 4;
-  original.view().size = 16;
-  std::wstring name = L"p[3].x";
-  Layout::Field copy(name.c_str(), original);
-  name = L"changed";
-  EXPECT_STREQ(L"p[3].x", copy.view().name);
-  EXPECT_EQ(metadata::kDouble, copy.view().type);
-  EXPECT_EQ(2u, copy.view().count);
-  EXPECT_EQ(4u, copy.view().offset);
-  EXPECT_EQ(16u, copy.view().size);
-}
-
 }  // namespace
 }  // namespace kestrine::platform::data::Schema
