@@ -21,10 +21,11 @@ asan: deps
 	      -DKPL_BUILD_BENCH=OFF
 	cmake --build build/asan -j$(JOBS)
 
+# TSAN_TARGETS names the targets to build (every one when empty); CI builds the thread tests.
 tsan: deps
 	cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKPL_SANITIZE=thread \
 	      -DKPL_BUILD_BENCH=OFF
-	cmake --build build/tsan -j$(JOBS)
+	cmake --build build/tsan -j$(JOBS) $(if $(TSAN_TARGETS),--target $(TSAN_TARGETS))
 
 test: release asan
 	cd build/release && $(CTEST)

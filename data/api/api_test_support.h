@@ -1,8 +1,10 @@
 #ifndef KPL_DATA_API_API_TEST_SUPPORT_H_
 #define KPL_DATA_API_API_TEST_SUPPORT_H_
 
+#include <atomic>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kestrine/platform/core/datastore.h"
@@ -23,6 +25,65 @@ using metadata::IPrimitive;
 using metadata::IProperty;
 using metadata::ITable;
 using structure::IContainer;
+
+// A memory store that counts the operations made by a thread that does not hold its lock.
+// Every interface call is meant to take the lock for its whole length, so on this store a
+// count above zero is a call that touched records unguarded.
+class GuardedStore : public MemoryDataStore {
+ public:
+  unsigned unguarded() const { return unguarded_.load(); }
+
+  ILock* lock() override { return new Held(this, MemoryDataStore::lock()); }
+  unsigned create(const void* data, unsigned size) override {
+    check();
+    return MemoryDataStore::create(data, size);
+  }
+  void append(unsigned offset, const void* data, unsigned size) override {
+    check();
+    MemoryDataStore::append(offset, data, size);
+  }
+  void write(unsigned offset, const void* data, unsigned size, bool changed) override {
+    check();
+    MemoryDataStore::write(offset, data, size, changed);
+  }
+  unsigned size(unsigned offset) override {
+    check();
+    return MemoryDataStore::size(offset);
+  }
+  unsigned read(unsigned offset, void* destination, unsigned maximum) override {
+    check();
+    return MemoryDataStore::read(offset, destination, maximum);
+  }
+  void free(unsigned offset) override {
+    check();
+    MemoryDataStore::free(offset);
+  }
+
+ private:
+  // Records the holder while the store's own (re-entrant) lock is held.
+  class Held : public ILock {
+   public:
+    Held(GuardedStore* store, ILock* inner) : store_(store), inner_(inner) {
+      if (store_->depth_++ == 0) store_->holder_ = std::this_thread::get_id();
+    }
+    ~Held() override {
+      if (--store_->depth_ == 0) store_->holder_ = std::thread::id();
+      delete inner_;
+    }
+
+   private:
+    GuardedStore* store_;
+    ILock* inner_;
+  };
+
+  void check() {
+    if (holder_.load() != std::this_thread::get_id()) ++unguarded_;
+  }
+
+  std::atomic<std::thread::id> holder_{};
+  unsigned depth_ = 0;  // changed only by the holder
+  std::atomic<unsigned> unguarded_{0};
+};
 
 inline std::string utf8(const WideString& text) {
   return core::string::StringAlgorithm::UTF8Encode(text);

@@ -42,7 +42,10 @@ std::string below(const SharedPtr<IContainer>& container) {
 
 class CloneTest : public ::testing::Test {
  protected:
-  MemoryDataStore store_;
+  // Every call must touch the store under its lock only.
+  void TearDown() override { EXPECT_EQ(store_.unguarded(), 0u); }
+
+  GuardedStore store_;
   SharedPtr<IContainer> src_ = populate(&store_);
   SharedPtr<IContainer> dst_ = IContainerFrontEnd::toplevel(&store_, L"dst");
 };
@@ -128,7 +131,7 @@ TEST_F(CloneTest, CloneByPathsRefusesAndChangesNothing) {
 }
 
 TEST_F(CloneTest, CloneIntoAnotherStoreAtAPath) {
-  MemoryDataStore other;
+  GuardedStore other;
   IContainerFrontEnd::toplevel(&other, L"a");
   unsigned before = other.records();
   ASSERT_TRUE(src_->clone(&other, L"a.b"));
@@ -144,10 +147,11 @@ TEST_F(CloneTest, CloneIntoAnotherStoreAtAPath) {
   auto link = copy->container(L"link");
   EXPECT_EQ(utf8(structure::ILink::to(link.get())->target()), "src.box");
   EXPECT_FALSE(structure::ILink::to(link.get())->follow(nullptr));
+  EXPECT_EQ(other.unguarded(), 0u);
 }
 
 TEST_F(CloneTest, CloneIntoAStoreRefusesMissingParentsAndTakenNames) {
-  MemoryDataStore other;
+  GuardedStore other;
   EXPECT_FALSE(src_->clone(&other, L"a.b"));
   EXPECT_EQ(other.used(), 0u);
   IContainerFrontEnd::toplevel(&other, L"a")->create(L"b", metadata::kInt8);
@@ -156,6 +160,7 @@ TEST_F(CloneTest, CloneIntoAStoreRefusesMissingParentsAndTakenNames) {
   EXPECT_FALSE(src_->clone(&other, L"a.b"));  // taken by a property
   EXPECT_FALSE(src_->clone(nullptr, L"a.b"));
   EXPECT_EQ(other.records(), records);
+  EXPECT_EQ(other.unguarded(), 0u);
 }
 
 // Without a ".", the path names the parent and the copy alike.

@@ -17,7 +17,10 @@ class FilterTest : public ::testing::Test {
     return top_->create(name, static_cast<metadata::ISchema*>(nullptr));
   }
 
-  MemoryDataStore store_;
+  // Every call must touch the store under its lock only.
+  void TearDown() override { EXPECT_EQ(store_.unguarded(), 0u); }
+
+  GuardedStore store_;
   SharedPtr<IContainer> top_ = IContainerFrontEnd::toplevel(&store_, L"top");
 };
 

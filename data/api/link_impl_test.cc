@@ -21,7 +21,10 @@ class LinkTest : public ::testing::Test {
     ASSERT_NE(link_, nullptr);
   }
 
-  MemoryDataStore store_;
+  // Every call must touch the store under its lock only.
+  void TearDown() override { EXPECT_EQ(store_.unguarded(), 0u); }
+
+  GuardedStore store_;
   SharedPtr<IContainer> linkHandle_;
   ILink* link_ = nullptr;
 };
@@ -65,7 +68,7 @@ TEST_F(LinkTest, FollowResolvesFromTheRootOfItsOwnStore) {
 
 TEST_F(LinkTest, FollowIntoAnotherStoreNeverLooksInItsOwn) {
   link_->target(L"a.b");
-  MemoryDataStore other;
+  GuardedStore other;
   EXPECT_FALSE(link_->follow(&other));  // a fresh store holds nothing, and stays fresh
   EXPECT_EQ(other.used(), 0u);
   IContainerFrontEnd::toplevel(&other, L"a")->create(IContainer::kGroup, L"b", nullptr);
@@ -76,6 +79,7 @@ TEST_F(LinkTest, FollowIntoAnotherStoreNeverLooksInItsOwn) {
   EXPECT_FALSE(target->has(L"p"));
   // The link's own store given explicitly takes its lock a second time on this thread.
   EXPECT_EQ(link_->follow(&store_)->store(), &store_);
+  EXPECT_EQ(other.unguarded(), 0u);
 }
 
 TEST_F(LinkTest, FollowRefusesPropertiesAndMissingPaths) {

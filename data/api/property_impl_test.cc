@@ -11,7 +11,10 @@ using structure::IContainerFrontEnd;
 
 class PropertyTest : public ::testing::Test {
  protected:
-  MemoryDataStore store_;
+  // Every call must touch the store under its lock only.
+  void TearDown() override { EXPECT_EQ(store_.unguarded(), 0u); }
+
+  GuardedStore store_;
   SharedPtr<IContainer> top_ = IContainerFrontEnd::toplevel(&store_, L"top");
 };
 
