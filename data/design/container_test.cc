@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "data/design/primitive.h"
-#include "data/metadata/root.h"
 #include "data/record/entity.h"
 #include "data/testing/faulty_store.h"
 #include "data/testing/schema_chain.h"
@@ -15,148 +13,52 @@ namespace {
 
 using core::storage::datastore::MemoryDataStore;
 using structure::IContainer;
-using testing::bytes;
-using testing::SchemaChain;
-using testing::snapshot;
-using testing::u32;
 
-TEST(ContainerRecord, TypeAndInfoAreStoredAndReloaded) {
+TEST(Container, TypeInfoAndShallowLoading) {
   MemoryDataStore store;
   Container link(&store, IContainer::kLink, L"l");
-  EXPECT_EQ(bytes(store, link.offset())[18], 2);
   link.info(L"a.b");
-  Container reopened(&store, link.offset(), false);
-  EXPECT_EQ(reopened.type(), IContainer::kLink);
-  EXPECT_EQ(std::wstring(reopened.info()), L"a.b");
-  EXPECT_EQ(std::wstring(reopened.tag()), L"l");
-
+  EXPECT_EQ(Container(&store, link.offset(), true).type(), IContainer::kLink);
+  EXPECT_EQ(std::wstring(Container(&store, link.offset(), true).info()), L"a.b");
   link.info(nullptr);
-  EXPECT_EQ(link.info(), nullptr);
-  EXPECT_EQ(u32(bytes(store, link.offset()), 27), 0u);
   EXPECT_EQ(Container(&store, link.offset(), true).info(), nullptr);
+  EXPECT_FALSE(link.equivalent(Container(&store, IContainer::kNode, L"l")));
+  EXPECT_TRUE(link.equivalent(Container(&store, IContainer::kLink, L"l")));
+
+  unsigned group = testing::Subtree(&store, L"g").group;
+  EXPECT_EQ(Container(&store, group, false).items(), 1u);
+  EXPECT_EQ(Container(&store, group, true).items(), 0u);
 }
 
-TEST(ContainerRecord, AShallowContainerIndexesNoChildren) {
-  MemoryDataStore store;
-  Container group(&store, testing::buildSubtree(&store, L"g").container, false);
-  EXPECT_EQ(group.items(), 1u);
-  Container shallow(&store, group.offset(), true);
-  EXPECT_EQ(shallow.items(), 0u);
-  EXPECT_EQ(shallow.find(L"t"), IDataStore::BADOFF);
-  EXPECT_EQ(shallow.at(0), group.find(L"t"));  // the list itself is there
-}
-
-TEST(ContainerRecord, EquivalentComparesNameTypeAndBase) {
-  MemoryDataStore store, schemas;
-  Metadata::Root definitions(&schemas, L"schemas");
-  Container node(&store, IContainer::kNode, L"c"), group(&store, IContainer::kGroup, L"c");
-  Container other(&store, IContainer::kNode, L"c"), based(&store, IContainer::kNode, L"c");
-  other.info(L"different info");
-  SchemaChain chain({{L"s", &definitions}});
-  based.inherit(&chain);
-  EXPECT_FALSE(node.equivalent(group));
-  EXPECT_TRUE(node.equivalent(other));
-  EXPECT_FALSE(node.equivalent(based));
-}
-
-TEST(ContainerRecord, TheObjectHoldsOneCountAndChildrenCountToo) {
-  MemoryDataStore store;
-  testing::Subtree tree = testing::buildSubtree(&store, L"g");
-  Container group(&store, tree.container, false);
-  EXPECT_EQ(u32(bytes(store, tree.container), 5), 1u);
-  EXPECT_TRUE(group.unreferenced());
-  {
-    Container again(&store, tree.container, true);
-    EXPECT_FALSE(group.unreferenced());
-  }
-  Design::Primitive held(&store, tree.first);
-  EXPECT_FALSE(group.unreferenced());
-}
-
-TEST(ContainerRecord, CloneKeepsTypeInfoAndBase) {
-  MemoryDataStore store, target;
-  Container link(&store, IContainer::kLink, L"l");
-  link.info(L"x.y");
-  unsigned copy = link.clone(&target);
-  EXPECT_EQ(u32(bytes(target, copy), 5), 0u);
-  Container copied(&target, copy, false);
-  EXPECT_TRUE(copied.equivalent(link));
-  EXPECT_EQ(std::wstring(copied.info()), L"x.y");
-}
-
-TEST(ContainerRecord, ClearKeepsTypeNameBaseAndInfo) {
-  MemoryDataStore store;
-  testing::Subtree tree = testing::buildSubtree(&store, L"g");
-  Container group(&store, tree.container, false);
-  group.info(L"kept");
-  group.clear();
-  EXPECT_EQ(store.records(), 1u);
-  Container reopened(&store, tree.container, false);
-  EXPECT_EQ(reopened.items(), 0u);
-  EXPECT_EQ(reopened.type(), IContainer::kGroup);
-  EXPECT_EQ(std::wstring(reopened.info()), L"kept");
-  EXPECT_EQ(u32(bytes(store, tree.container), 9), IDataStore::BADOFF);
-}
-
-// Two schema tables in a store that counts its locks: "a" with members x and y, "b" with z.
-struct Schemas {
-  testing::FaultyStore store;
-  Container a{&store, IContainer::kNode, L"a"}, b{&store, IContainer::kNode, L"b"};
-  Schemas() {
-    Design::Primitive x(&store, metadata::kInt32, L"x"), y(&store, metadata::kDouble, L"y");
-    Design::Primitive z(&store, metadata::kBool, L"z");
-    a.add(x.offset());
-    a.add(y.offset());
-    b.add(z.offset());
-  }
+struct NotAChain : metadata::ISchema {
+  core::string::WideString path() const override { return L"p"; }
+  metadata::IStructLayout* layout() override { return nullptr; }
 };
 
-TEST(ContainerInherit, CopiesEachLayoutsChildrenInOrderUnderItsStoresLock) {
-  Schemas schemas;
+TEST(Container, InheritCopiesEachLayoutInOrderUnderTheSchemaStoresLock) {
+  testing::FaultyStore schemas;
+  Container a(&schemas, IContainer::kNode, L"a"), b(&schemas, IContainer::kNode, L"b");
+  for (const wchar_t* name : {L"x", L"y"})
+    a.add(Design::Primitive(&schemas, metadata::kInt32, name).offset());
+  b.add(Design::Primitive(&schemas, metadata::kBool, L"z").offset());
   MemoryDataStore store;
   Container container(&store, IContainer::kNode, L"c");
-  SchemaChain chain({{L"a", &schemas.a}, {L"b", &schemas.b}});
-  EXPECT_EQ(container.inherit(&chain), 1u);
-  EXPECT_EQ(std::wstring(container.base()), L"a;b");
-  ASSERT_EQ(container.items(), 3u);
-  const wchar_t* names[] = {L"x", L"y", L"z"};
-  for (unsigned i = 0; i < 3; ++i) {
-    Record::Entity child(&store, container.at(i));
-    EXPECT_EQ(child.name().wstring(), names[i]);
-    EXPECT_EQ(child.flags(), Record::kNameLocked | Record::kHidden);
-  }
-  EXPECT_EQ(schemas.store.locksTaken(), 2);
-  EXPECT_EQ(schemas.store.locksHeld(), 0);
-  EXPECT_EQ(std::wstring(Container(&store, container.offset(), true).base()), L"a;b");
-}
-
-TEST(ContainerInherit, ReleasesTheSchemaStoresLockWhenCopyingFails) {
-  Schemas schemas;
-  MemoryDataStore store;
-  Container container(&store, IContainer::kNode, L"c");
-  SchemaChain chain({{L"a", &schemas.a}});
-  schemas.store.failAfter(3);
-  EXPECT_THROW(container.inherit(&chain), core::Exception);
-  EXPECT_EQ(schemas.store.locksTaken(), 1);
-  EXPECT_EQ(schemas.store.locksHeld(), 0);
-}
-
-TEST(ContainerInherit, ASchemaThatIsNotAChainChangesNothing) {
-  MemoryDataStore store;
-  Container container(&store, IContainer::kNode, L"c");
-  testing::OpaqueSchema opaque;
-  auto before = snapshot(store);
+  NotAChain opaque;
   EXPECT_EQ(container.inherit(&opaque), 1u);
-  EXPECT_EQ(snapshot(store), before);
   EXPECT_EQ(container.base(), nullptr);
-}
 
-TEST(ContainerHeap, DeletingAHeapContainerDropsItsCount) {
-  MemoryDataStore store;
-  Container* container = new Container(&store, IContainer::kGroup, L"c");
-  unsigned offset = container->offset();
-  delete container;
-  EXPECT_EQ(u32(bytes(store, offset), 5), 0u);
+  testing::SchemaChain chain({{L"a", &a}, {L"b", &b}});
+  EXPECT_EQ(container.inherit(&chain), 1u);
+  EXPECT_EQ(std::wstring(Container(&store, container.offset(), true).base()), L"a;b");
+  for (unsigned i = 0; i < 3; ++i)
+    EXPECT_EQ(Record::Entity(&store, container.at(i)).name().wstring(), std::wstring(1, L"xyz"[i]));
+  EXPECT_EQ(schemas.locksTaken, 2);
+
+  Container failing(&store, IContainer::kNode, L"f");
+  schemas.failAfter(2);
+  EXPECT_THROW(failing.inherit(&chain), core::Exception);
+  EXPECT_EQ(schemas.locksHeld, 0);
+  EXPECT_EQ(failing.base(), nullptr);
 }
 
 }  // namespace

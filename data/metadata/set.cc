@@ -281,9 +281,11 @@ void Set::inheritChain(metadata::ISchema* schema, WideString& base, unsigned bas
                        bool lockSource) {
   auto* chain = dynamic_cast<Schema::LayoutChain*>(schema);
   if (chain == nullptr) return;
+  // The cached base changes only once the record holds it.
+  WideString paths = base;
   for (unsigned link = 0, n = chain->links(); link < n; ++link) {
-    if (!base.empty()) base.append(L";");
-    if (chain->path(link) != nullptr) base.append(chain->path(link));
+    if (!paths.empty()) paths.append(L";");
+    if (chain->path(link) != nullptr) paths.append(chain->path(link));
     Set* definition = chain->definition(link);
     if (definition == nullptr) continue;
     std::optional<Lock> lock;
@@ -293,7 +295,8 @@ void Set::inheritChain(metadata::ISchema* schema, WideString& base, unsigned bas
       inherit(definition->store(), members.get(i));
   }
   Record::Entity record(store_, offset_);
-  record.string(baseSelector, base.string());
+  record.string(baseSelector, paths.string());
+  base = paths;
 }
 
 }  // namespace kestrine::platform::data::Metadata

@@ -12,72 +12,32 @@ namespace {
 
 using core::storage::datastore::IDataStore;
 using core::storage::datastore::MemoryDataStore;
+const unsigned BAD = IDataStore::BADOFF;
 
-// root -> a (node) -> { b (table) -> c, x (primitive) }, and a root child named "".
-// (Not a gtest fixture: the logic objects' destructors may throw, which a fixture's may not.)
-struct Tree {
+TEST(Finder, WalksDownByNameAndEndsBeforeItFails) {
+  // root -> { a (node) -> { b (table) -> c, x (primitive) }, "" (primitive) }
   MemoryDataStore store;
-  Metadata::Root root{&store, L"root"};
-  Structural::Container a{&store, structure::IContainer::kNode, L"a"};
-  Design::Table b{&store, L"b"};
-  Design::Primitive c{&store, metadata::kInt8, L"c"};
-  Design::Primitive x{&store, metadata::kInt8, L"x"};
-  Design::Primitive unnamed{&store, metadata::kInt8, L""};
-  Tree() {
-    root.add(a.offset());
-    root.add(unnamed.offset());
-    a.add(b.offset());
-    a.add(x.offset());
-    b.add(c.offset());
-  }
-  unsigned find(const wchar_t* path, unsigned from = 0) {
+  Metadata::Root root(&store, L"root");
+  Structural::Container a(&store, structure::IContainer::kNode, L"a");
+  Design::Table b(&store, L"b");
+  Design::Primitive c(&store, metadata::kInt8, L"c"), x(&store, metadata::kInt8, L"x");
+  Design::Primitive unnamed(&store, metadata::kInt8, L"");
+  root.add(a.offset()), root.add(unnamed.offset()), a.add(b.offset()), a.add(x.offset());
+  b.add(c.offset());
+  auto find = [&](const wchar_t* path, unsigned from = 0) {
     return Finder(&store, from, path).offset();
-  }
-};
-
-TEST(Finder, WalksDownThroughContainersAndTables) {
-  Tree t;
-  EXPECT_EQ(t.find(L"a"), t.a.offset());
-  EXPECT_EQ(t.find(L"a.b"), t.b.offset());
-  EXPECT_EQ(t.find(L"a.b.c"), t.c.offset());
-  EXPECT_EQ(t.find(L"b.c", t.a.offset()), t.c.offset());
-}
-
-TEST(Finder, AFailedLookUpYieldsBadoff) {
-  Tree t;
-  EXPECT_EQ(t.find(L"nope"), IDataStore::BADOFF);
-  EXPECT_EQ(t.find(L"a.nope"), IDataStore::BADOFF);
-  EXPECT_EQ(t.find(L"nope.b"), IDataStore::BADOFF);
-}
-
-TEST(Finder, AStepThroughAPrimitiveBeforeTheLastSegmentFails) {
-  Tree t;
-  EXPECT_EQ(t.find(L"a.x.b.c"), IDataStore::BADOFF);
-  EXPECT_EQ(t.find(L"p.q", t.x.offset()), IDataStore::BADOFF);
-}
-
-// The end test comes before the failure test: a last step that cannot look below a
-// primitive leaves the primitive as the result.
-TEST(Finder, ALastSegmentBelowAPrimitiveYieldsThePrimitive) {
-  Tree t;
-  EXPECT_EQ(t.find(L"anything", t.x.offset()), t.x.offset());
-  EXPECT_EQ(t.find(L"a.x.b"), t.x.offset());
-  EXPECT_EQ(t.find(L"", t.c.offset()), t.c.offset());
-}
-
-TEST(Finder, EveryEmptySegmentIsLookedUpAsAName) {
-  Tree t;
-  EXPECT_EQ(t.find(L"a..b"), IDataStore::BADOFF);
-  EXPECT_EQ(t.find(L"a."), IDataStore::BADOFF);
-  EXPECT_EQ(t.find(L""), t.unnamed.offset());
-  EXPECT_EQ(t.find(nullptr), t.unnamed.offset());
-  EXPECT_EQ(t.find(L".a"), t.unnamed.offset());  // "" names a primitive
-}
-
-TEST(Finder, AnOffsetThatHoldsNothingLeadsNowhere) {
-  Tree t;
-  EXPECT_EQ(t.find(L"a", 9999), IDataStore::BADOFF);
-  EXPECT_EQ(t.find(L"a", IDataStore::BADOFF), IDataStore::BADOFF);
+  };
+  EXPECT_EQ(find(L"a.b"), b.offset());
+  EXPECT_EQ(find(L"b.c", a.offset()), c.offset());
+  EXPECT_EQ(find(L"a.no"), BAD);
+  EXPECT_EQ(find(L"no.b"), BAD);
+  EXPECT_EQ(find(L"a.x.b.c"), BAD);       // a step below a primitive fails before the end
+  EXPECT_EQ(find(L"a.x.b"), x.offset());  // ...but at the end leaves the primitive
+  EXPECT_EQ(find(L"anything", x.offset()), x.offset());
+  EXPECT_EQ(find(L"a..b"), BAD);  // every segment is a name, empty ones too
+  EXPECT_EQ(find(L"a."), BAD);
+  EXPECT_EQ(find(L""), unnamed.offset());
+  EXPECT_EQ(find(L"a", 9999), BAD);
 }
 
 }  // namespace

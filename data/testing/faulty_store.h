@@ -1,18 +1,14 @@
 #ifndef KPL_DATA_TESTING_FAULTY_STORE_H_
 #define KPL_DATA_TESTING_FAULTY_STORE_H_
 
-#include <string>
-
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/exception.h"
 
 namespace kestrine::platform::data::testing {
 
-// A memory store that fails on demand, as a store on a full or broken disk would: after
-// failAfter(n), the operation n + 1 from then on (create, append, write, size, read or free)
-// throws core::Exception and changes nothing. The store then works again, or, when the
-// failure is `sticky`, keeps failing every operation until disarm(). It also counts the lock
-// handles it has given out and those still held.
+// A memory store that fails like a broken disk: after failAfter(n), operation n + 1 (create,
+// append, write, read or free) throws core::Exception and changes nothing; with `sticky`
+// every later one fails too, until disarm(). It counts the lock handles taken and held.
 class FaultyStore : public core::storage::datastore::MemoryDataStore {
  public:
   void failAfter(unsigned operations, bool sticky = false) {
@@ -23,69 +19,43 @@ class FaultyStore : public core::storage::datastore::MemoryDataStore {
   }
   void disarm() { armed_ = false; }
   bool fired() const { return fired_; }
-  int locksHeld() const { return locksHeld_; }
-  int locksTaken() const { return locksTaken_; }
+  int locksTaken = 0, locksHeld = 0;
 
-  ILock* lock() override { return new CountedLock(this, MemoryDataStore::lock()); }
+  ILock* lock() override {
+    struct Counted : ILock {
+      Counted(FaultyStore* s) : store(s), inner(s->MemoryDataStore::lock()) { ++store->locksHeld; }
+      ~Counted() override { delete inner, --store->locksHeld; }
+      FaultyStore* store;
+      ILock* inner;
+    };
+    ++locksTaken;
+    return new Counted(this);
+  }
   unsigned create(const void* data, unsigned size) override {
-    check("create");
-    return MemoryDataStore::create(data, size);
+    return check(), MemoryDataStore::create(data, size);
   }
   void append(unsigned offset, const void* data, unsigned size) override {
-    check("append");
-    MemoryDataStore::append(offset, data, size);
+    check(), MemoryDataStore::append(offset, data, size);
   }
   void write(unsigned offset, const void* data, unsigned size, bool changed) override {
-    check("write");
-    MemoryDataStore::write(offset, data, size, changed);
-  }
-  unsigned size(unsigned offset) override {
-    check("size");
-    return MemoryDataStore::size(offset);
+    check(), MemoryDataStore::write(offset, data, size, changed);
   }
   unsigned read(unsigned offset, void* destination, unsigned maximum) override {
-    check("read");
-    return MemoryDataStore::read(offset, destination, maximum);
+    return check(), MemoryDataStore::read(offset, destination, maximum);
   }
-  void free(unsigned offset) override {
-    check("free");
-    MemoryDataStore::free(offset);
-  }
+  void free(unsigned offset) override { check(), MemoryDataStore::free(offset); }
 
  private:
-  class CountedLock : public ILock {
-   public:
-    CountedLock(FaultyStore* store, ILock* inner) : store_(store), inner_(inner) {
-      ++store_->locksHeld_;
-      ++store_->locksTaken_;
-    }
-    ~CountedLock() override {
-      delete inner_;
-      --store_->locksHeld_;
-    }
-
-   private:
-    FaultyStore* store_;
-    ILock* inner_;
-  };
-
-  void check(const char* operation) {
-    if (!armed_) return;
-    if (countdown_ != 0) {
-      --countdown_;
-      return;
-    }
+  void check() {
+    if (!armed_ || countdown_-- != 0) return;
     armed_ = sticky_;
+    countdown_ = 0;
     fired_ = true;
-    throw core::Exception(std::string("injected fault in ") + operation);
+    throw core::Exception("injected store fault");
   }
 
-  bool armed_ = false;
-  bool sticky_ = false;
-  bool fired_ = false;
+  bool armed_ = false, sticky_ = false, fired_ = false;
   unsigned countdown_ = 0;
-  int locksHeld_ = 0;
-  int locksTaken_ = 0;
 };
 
 }  // namespace kestrine::platform::data::testing

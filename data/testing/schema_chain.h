@@ -9,31 +9,21 @@
 
 namespace kestrine::platform::data::testing {
 
-// A schema made by hand: a chain of (path, defining set) pairs, standing in for the
+// A schema made by hand, a chain of (path, defining set) pairs, standing in for the
 // locator's schemas where only inheriting from a chain is under test.
 class SchemaChain : public metadata::ISchema, public Schema::LayoutChain {
  public:
-  SchemaChain(std::vector<std::pair<const wchar_t*, Metadata::Set*>> links)
-      : links_(std::move(links)) {}
+  using Links = std::vector<std::pair<const wchar_t*, Metadata::Set*>>;
+  explicit SchemaChain(Links links) : links_(std::move(links)) {}
 
-  core::string::WideString path() const override {
-    return links_.empty() ? core::string::WideString() : links_[0].first;
-  }
+  core::string::WideString path() const override { return links_.at(0).first; }
   metadata::IStructLayout* layout() override { return nullptr; }
-
   unsigned links() const override { return static_cast<unsigned>(links_.size()); }
   const wchar_t* path(unsigned link) const override { return links_[link].first; }
   Metadata::Set* definition(unsigned link) const override { return links_[link].second; }
 
  private:
-  std::vector<std::pair<const wchar_t*, Metadata::Set*>> links_;
-};
-
-// A schema that is not a layout chain: there is nothing to inherit from it.
-class OpaqueSchema : public metadata::ISchema {
- public:
-  core::string::WideString path() const override { return L"opaque"; }
-  metadata::IStructLayout* layout() override { return nullptr; }
+  Links links_;
 };
 
 }  // namespace kestrine::platform::data::testing

@@ -7,32 +7,29 @@
 
 namespace kestrine::platform::data::testing {
 
-// Offsets of a small subtree: a group holding a table holding two primitives.
+// A group holding a table "t" holding primitives "p1" (int32 7, 8, 9) and "p2", with
+// localized names on the group, the table and p1, and defaults on the table: ten records,
+// built unattached in `store` with every object closed again (all counts 0).
 struct Subtree {
-  unsigned container, table, first, second;
-  // Records: the four entities, two children lists, three locale tables, one defaults list.
   static const unsigned kRecords = 10;
-};
+  unsigned group, table, first, second;
 
-// Builds the subtree in `store`, unattached, with every object closed again (all counts 0):
-// localized names on the group, the table and the first primitive, defaults on the table,
-// three int32 values in the first primitive.
-inline Subtree buildSubtree(core::storage::datastore::IDataStore* store, const wchar_t* name) {
-  Structural::Container group(store, structure::IContainer::kGroup, name);
-  Design::Table table(store, L"t");
-  Design::Primitive first(store, metadata::kInt32, L"p1");
-  Design::Primitive second(store, metadata::kDouble, L"p2");
-  table.add(first.offset());
-  table.add(second.offset());
-  group.add(table.offset());
-  group.localize(L"Gruppe", L"de");
-  table.localize(L"Tabelle", L"de");
-  first.localize(L"eins", L"de");
-  table.defaults(units::Meter, metadata::kDouble);
-  const int values[] = {7, 8, 9};
-  first.set(reinterpret_cast<const char*>(values), 0, 3);
-  return {group.offset(), table.offset(), first.offset(), second.offset()};
-}
+  Subtree(core::storage::datastore::IDataStore* store, const wchar_t* name) {
+    Structural::Container g(store, structure::IContainer::kGroup, name);
+    Design::Table t(store, L"t");
+    Design::Primitive p1(store, metadata::kInt32, L"p1"), p2(store, metadata::kDouble, L"p2");
+    t.add(p1.offset());
+    t.add(p2.offset());
+    g.add(t.offset());
+    g.localize(L"Gruppe", L"de");
+    t.localize(L"Tabelle", L"de");
+    p1.localize(L"eins", L"de");
+    t.defaults(units::Meter, metadata::kDouble);
+    const int values[] = {7, 8, 9};
+    p1.set(reinterpret_cast<const char*>(values), 0, 3);
+    group = g.offset(), table = t.offset(), first = p1.offset(), second = p2.offset();
+  }
+};
 
 }  // namespace kestrine::platform::data::testing
 
