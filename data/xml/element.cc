@@ -1,0 +1,252 @@
+#include "data/xml/element.h"
+
+#include <cstring>
+#include <memory>
+
+#include "data/design/primitive.h"
+#include "data/design/table.h"
+#include "data/record/base.h"
+#include "data/xml/value_text.h"
+
+namespace kestrine::platform::data::XML {
+
+using core::string::StringAlgorithm;
+
+const UnitsDictionary Element::_oUnits;
+
+namespace {
+
+// Element bytes may sit at any position of a value array.
+template <class T>
+T load(const char* value) {
+  T result;
+  std::memcpy(&result, value, sizeof result);
+  return result;
+}
+
+template <class T>
+bool scanAs(const char* text, char* value) {
+  T result;
+  if (!CastTo(text, result)) return false;
+  std::memcpy(value, &result, sizeof result);
+  return true;
+}
+
+// An existing child of a parent's set, opened to be merged with a new one of its kind.
+std::unique_ptr<Metadata::Item> reopen(IDataStore* store, unsigned offset, Record::tType kind) {
+  if (kind == Record::kTable) return std::make_unique<Design::Table>(store, offset, false);
+  return std::make_unique<Design::Primitive>(store, offset);
+}
+
+bool equivalent(Metadata::Item* existing, Metadata::Item* child, Record::tType kind) {
+  if (kind == Record::kTable) {
+    auto* table = dynamic_cast<Design::Table*>(child);
+    return table != nullptr && static_cast<Design::Table*>(existing)->equivalent(*table);
+  }
+  auto* primitive = dynamic_cast<Design::Primitive*>(child);
+  return primitive != nullptr && static_cast<Design::Primitive*>(existing)->equivalent(*primitive);
+}
+
+}  // namespace
+
+Element::Element(IDataStore* store) : store_(store), substate_(kNoSub) {}
+
+Element::~Element() = default;
+
+const wchar_t* Element::wname() const {
+  return nullptr;
+}
+
+unsigned Element::type() const {
+  return 6;
+}
+
+Metadata::Item* Element::open(const char** attributes) {
+  message_ = L"unknown element, skipping";
+  return nullptr;
+}
+
+Metadata::Item* Element::nest(Metadata::Item* parent, Metadata::Item* child) {
+  message_ = L"unable to nest";
+  return nullptr;
+}
+
+bool Element::set(Metadata::Item* item, const char* text) {
+  return localize(item, text);
+}
+
+bool Element::sub(const char* name, const char** attributes) {
+  if (substate_ != kNoSub) return false;
+  if (std::strcmp(name, "val") == 0) {
+    substate_ = kValSub;
+    return true;
+  }
+  if (std::strcmp(name, "name") == 0) return acceptName(attributes);
+  return false;
+}
+
+bool Element::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
+  return false;
+}
+
+const char* Element::find(const char* name, const char** attributes) {
+  if (attributes == nullptr) return nullptr;
+  for (; attributes[0] != nullptr; attributes += 2)
+    if (std::strcmp(attributes[0], name) == 0) return attributes[1];
+  return nullptr;
+}
+
+bool Element::print(metadata::tValue type, const char* value, wchar_t* out) {
+  switch (type) {
+    case metadata::kBool:
+      // Read as a byte: a stored 2 (scan accepts any number for a bool) must not become an
+      // invalid bool object. Any non-zero byte is true.
+      ToWString(out, load<unsigned char>(value) != 0);
+      return true;
+    case metadata::kInt8:
+      ToWString(out, load<signed char>(value));
+      return true;
+    case metadata::kUInt8:
+      ToWString(out, load<unsigned char>(value));
+      return true;
+    case metadata::kInt16:
+      ToWString(out, load<short>(value));
+      return true;
+    case metadata::kUInt16:
+      ToWString(out, load<unsigned short>(value));
+      return true;
+    case metadata::kInt32:
+      ToWString(out, load<int>(value));
+      return true;
+    case metadata::kUInt32:
+      ToWString(out, load<unsigned int>(value));
+      return true;
+    case metadata::kInt64:
+      ToWString(out, load<long>(value));
+      return true;
+    case metadata::kUInt64:
+      ToWString(out, load<unsigned long>(value));
+      return true;
+    case metadata::kScalar:
+      ToWString(out, load<float>(value));
+      return true;
+    case metadata::kDouble:
+    case metadata::kVector2:
+    case metadata::kVector3:
+    case metadata::kVector4:
+    case metadata::kMatrix2x2:
+    case metadata::kMatrix3x3:
+    case metadata::kMatrix4x4:
+      ToWString(out, load<double>(value));
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool Element::scan(metadata::tValue type, const char* text, char* value) {
+  switch (type) {
+    case metadata::kBool:
+    case metadata::kInt8:
+    case metadata::kInt16:
+    case metadata::kInt32:
+      return scanAs<int>(text, value);
+    case metadata::kUInt8:
+    case metadata::kUInt16:
+    case metadata::kUInt32:
+      return scanAs<unsigned int>(text, value);
+    case metadata::kInt64:
+      return scanAs<long long>(text, value);
+    case metadata::kUInt64:
+      return scanAs<unsigned long long>(text, value);
+    case metadata::kScalar:
+      return scanAs<float>(text, value);
+    case metadata::kDouble:
+    case metadata::kVector2:
+    case metadata::kVector3:
+    case metadata::kVector4:
+    case metadata::kMatrix2x2:
+    case metadata::kMatrix3x3:
+    case metadata::kMatrix4x4:
+      return scanAs<double>(text, value);
+    default:
+      return false;
+  }
+}
+
+Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tAdoption container,
+                               tAdoption table, tAdoption primitive) {
+  auto* set = dynamic_cast<Metadata::Set*>(parent);
+  if (set == nullptr || child == nullptr) return nullptr;
+  Record::tType kind = Record::peek(store_, child->offset());
+  tAdoption how = kind == Record::kContainer   ? container
+                  : kind == Record::kTable     ? table
+                  : kind == Record::kPrimitive ? primitive
+                                               : kRefuse;
+  switch (how) {
+    case kRefuse:
+      return nullptr;
+    case kAdd:
+      set->add(child->offset());
+      return child;
+    case kAddOrFail:
+      return set->add(child->offset()) ? child : nullptr;
+    case kMerge:
+      break;
+  }
+  unsigned existing = set->find(child->tag());
+  if (existing == IDataStore::BADOFF) return set->add(child->offset()) ? child : nullptr;
+  if (Record::peek(store_, existing) != kind) return nullptr;
+  std::unique_ptr<Metadata::Item> found = reopen(store_, existing, kind);
+  if (!equivalent(found.get(), child, kind)) return nullptr;
+  found->show();
+  return found.release();
+}
+
+const char* Element::mandatory(const char** attributes) {
+  const char* name = find("name", attributes);
+  // The message says 'id' although the attribute is "name": readers of the reports know it so.
+  if (name == nullptr) message_ = L"missing mandatory 'id' attribute";
+  return name;
+}
+
+bool Element::acceptName(const char** attributes) {
+  const char* locale = find("locale", attributes);
+  locale_ = locale != nullptr ? locale : "en-us";
+  substate_ = kNameSub;
+  return true;
+}
+
+bool Element::localize(Metadata::Item* item, const char* text) {
+  if (substate_ != kNameSub) return false;
+  WideString name = StringAlgorithm::UTF8Decode(text);
+  WideString locale = StringAlgorithm::UTF8Decode(locale_.c_str());
+  // string(), never null: a null text would remove the locale instead of naming it.
+  item->localize(name.string(), locale.string());
+  substate_ = kNoSub;
+  return true;
+}
+
+void Element::begin(core::xml::XMLSerializer* writer, const wchar_t* tag, Metadata::Item* item) {
+  writer->startElement(tag);
+  writer->addAttribute(L"name", item->tag());
+}
+
+void Element::attribute(core::xml::XMLSerializer* writer, const wchar_t* name,
+                        const wchar_t* value) {
+  if (value != nullptr) writer->addAttribute(name, value);
+}
+
+void Element::names(Metadata::Item* item, core::xml::XMLSerializer* writer) {
+  unsigned count = item->locales();
+  for (unsigned i = 0; i < count; ++i) {
+    WideString text, locale;
+    item->locale(i, text, locale);
+    writer->startElement(L"name");
+    writer->addAttribute(L"locale", locale.string());
+    writer->characters(text.string(), text.length());
+    writer->endElement();
+  }
+}
+
+}  // namespace kestrine::platform::data::XML

@@ -1,0 +1,146 @@
+#ifndef KPL_DATA_XML_ELEMENT_H_
+#define KPL_DATA_XML_ELEMENT_H_
+
+#include <cstdint>
+#include <string>
+
+#include "data/metadata/set.h"
+#include "data/units/units_dictionary.h"
+#include "kestrine/platform/core/datastore.h"
+#include "kestrine/platform/core/string.h"
+#include "kestrine/platform/core/xml.h"
+#include "kestrine/platform/data/metadata/schema.h"
+#include "kestrine/platform/data/metadata/value.h"
+
+namespace kestrine::platform::data::XML {
+
+using core::storage::datastore::IDataStore;
+using core::string::WideString;
+
+// The handler of one element name of the XML format: it creates the item that a start tag
+// describes, nests children into it, gives it the element's text, and writes an item back as
+// that element. The parsing driver registers one handler per name and lets it serve every
+// element of that name in a document, so what a handler remembers (its sub-state above all)
+// carries over from one element to the next.
+//
+// A handler belongs to one parse or one rendering on one thread. Items it returns are owned
+// by the caller. Store failures pass through.
+class Element {
+ public:
+  // What the handler has open below its current element.
+  enum tSubState : std::int32_t {
+    kNoSub = 0,
+    kNameSub = 1,     // a "name" element: its text is a localized name
+    kValSub = 2,      // a "val" element: its text is one value block
+    kDefaultSub = 3,  // a "default" element of a table
+  };
+
+  explicit Element(IDataStore* store);
+  virtual ~Element();
+  Element(const Element&) = delete;
+  Element& operator=(const Element&) = delete;
+
+  // The element name the handler serves, lower-case ASCII.
+  virtual const char* name() const = 0;
+  // The same as a wide string, for writing; null here.
+  virtual const wchar_t* wname() const;
+  // The record kind the handler makes (0 root, 1 primitive, 2 table, 4 container); 6 here.
+  virtual unsigned type() const;
+  // A new item from a start tag's attributes (a null-terminated name/value array, UTF-8);
+  // null with message() set when it cannot be made. Here: "unknown element, skipping".
+  virtual Metadata::Item* open(const char** attributes);
+  // Attaches `child` under `parent` and returns it, or an existing item that takes its
+  // place (the caller then discards `child`), or null when the parent refuses it. Here:
+  // null with the message "unable to nest".
+  virtual Metadata::Item* nest(Metadata::Item* parent, Metadata::Item* child);
+  // Gives the element's (or its open sub-element's) text, UTF-8, to `item`. Here: the text
+  // of an open "name" becomes the localized name for its locale (true); anything else is
+  // refused (false), a "val" included, whose state then stays, so that the handler refuses
+  // every later sub-element.
+  virtual bool set(Metadata::Item* item, const char* text);
+  // Accepts an unregistered child element as a sub-element (true) or refuses it. Here:
+  // "val", or "name" with its "locale" attribute ("en-us" when absent), while no other
+  // sub-element is pending.
+  virtual bool sub(const char* name, const char** attributes);
+  // Writes the item's start tag, attributes, localized names and values, leaving the
+  // element open for the caller to close after the children; false when nothing was
+  // written (here always).
+  virtual bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer);
+
+  // Why the last open or nest returned null.
+  const WideString& message() const { return message_; }
+  // The current sub-state (see tSubState).
+  std::int32_t substate() const { return substate_; }
+
+  // The value of the first attribute named exactly `name`; null when there is none.
+  static const char* find(const char* name, const char** attributes);
+  // Writes one element of a numeric type (7 to 23) read from `value` as text into `out`
+  // (kNumberText characters); false, writing nothing, for any other type. Vector and matrix
+  // elements are one double component each.
+  static bool print(metadata::tValue type, const char* value, wchar_t* out);
+  // Reads one token as an element of a numeric type into `value` (8 bytes): an int for
+  // bool, int8, int16 and int32 and an unsigned int for the unsigned types up to 32 bits,
+  // of which the caller keeps the element's width (300 read as int8 keeps 44), a 64-bit
+  // integer, a float or a double. False, writing nothing, for a token that holds no number
+  // ("true" for a bool among them) and for any other type.
+  static bool scan(metadata::tValue type, const char* text, char* value);
+
+  // Unit names and numbers, shared read-only by every handler of the process.
+  static const UnitsDictionary _oUnits;
+
+ protected:
+  // How a parent takes a child of one record kind.
+  enum tAdoption {
+    kRefuse,     // never
+    kAdd,        // added to the parent's set; the child is taken even when the set refuses
+    kAddOrFail,  // added to the parent's set, refused when the set refuses it
+    kMerge,      // merged with a child of the same name (see adopt)
+  };
+
+  // The nesting shared by the set handlers, chosen per kind of the child's record. Merging
+  // adds the child when the parent has no child of its name; reuses that child instead when
+  // it has the same kind and is equivalent (shown again and returned in the child's place);
+  // and refuses otherwise. Roots are never nested.
+  Metadata::Item* adopt(Metadata::Item* parent, Metadata::Item* child, tAdoption container,
+                        tAdoption table, tAdoption primitive);
+
+  // The mandatory "name" attribute; null with the message set when it is missing.
+  const char* mandatory(const char** attributes);
+  // Accepts a "name" sub-element.
+  bool acceptName(const char** attributes);
+  // Applies the text of an open "name" sub-element; false when none is open.
+  bool localize(Metadata::Item* item, const char* text);
+  // Applies "optional" (only the exact value "true" counts) and, when a locator is given,
+  // "class": the schema of that name is inherited; an unknown one is ignored.
+  template <class Logic>
+  static void derive(Logic* logic, const char** attributes, metadata::ISchemaLocator* locator);
+
+  // Starts element `tag` with the item's "name" attribute.
+  static void begin(core::xml::XMLSerializer* writer, const wchar_t* tag, Metadata::Item* item);
+  // Adds an attribute unless `value` is null.
+  static void attribute(core::xml::XMLSerializer* writer, const wchar_t* name,
+                        const wchar_t* value);
+  // Writes one "name" element per localized name of the item, in index order.
+  static void names(Metadata::Item* item, core::xml::XMLSerializer* writer);
+
+  IDataStore* store_;
+  WideString message_;
+  std::int32_t substate_;
+  // The locale of the open "name" sub-element.
+  std::string locale_;
+};
+
+template <class Logic>
+void Element::derive(Logic* logic, const char** attributes, metadata::ISchemaLocator* locator) {
+  const char* optional = find("optional", attributes);
+  if (optional != nullptr && std::string(optional) == "true") logic->on(0x01);
+  const char* base = find("class", attributes);
+  if (base == nullptr || locator == nullptr) return;
+  core::memory::SharedPtr<metadata::ISchema> schema =
+      locator->resolve(core::string::StringAlgorithm::UTF8Decode(base));
+  if (schema) logic->inherit(schema.get());
+}
+
+}  // namespace kestrine::platform::data::XML
+
+#endif  // KPL_DATA_XML_ELEMENT_H_

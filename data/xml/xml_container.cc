@@ -1,0 +1,60 @@
+#include "data/xml/xml_container.h"
+
+#include <memory>
+
+#include "data/design/container.h"
+
+namespace kestrine::platform::data::XML {
+
+using core::string::StringAlgorithm;
+
+namespace {
+
+const char* const kpNames[] = {"node", "group", "link"};
+const wchar_t* const kpWideNames[] = {L"node", L"group", L"link"};
+
+}  // namespace
+
+XMLContainer::XMLContainer(IDataStore* store, structure::IContainer::tType kind,
+                           metadata::ISchemaLocator* locator)
+    : Element(store), kind_(kind), locator_(locator) {}
+
+const char* XMLContainer::name() const {
+  return kind_ <= structure::IContainer::kLink ? kpNames[kind_] : nullptr;
+}
+
+const wchar_t* XMLContainer::wname() const {
+  return kind_ <= structure::IContainer::kLink ? kpWideNames[kind_] : nullptr;
+}
+
+unsigned XMLContainer::type() const {
+  return 4;
+}
+
+Metadata::Item* XMLContainer::open(const char** attributes) {
+  const char* name = mandatory(attributes);
+  if (name == nullptr) return nullptr;
+  std::unique_ptr<Structural::Container> container(
+      new Structural::Container(store_, kind_, StringAlgorithm::UTF8Decode(name).string()));
+  derive(container.get(), attributes, locator_);
+  const char* to = find("to", attributes);
+  if (to != nullptr && kind_ == structure::IContainer::kLink)
+    container->info(StringAlgorithm::UTF8Decode(to).string());
+  return container.release();
+}
+
+Metadata::Item* XMLContainer::nest(Metadata::Item* parent, Metadata::Item* child) {
+  return adopt(parent, child, kAddOrFail, kMerge, kMerge);
+}
+
+bool XMLContainer::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
+  auto* container = dynamic_cast<Structural::Container*>(item);
+  if (container == nullptr || wname() == nullptr) return false;
+  begin(writer, wname(), item);
+  attribute(writer, L"class", container->base());
+  if (kind_ == structure::IContainer::kLink) attribute(writer, L"to", container->info());
+  names(item, writer);
+  return true;
+}
+
+}  // namespace kestrine::platform::data::XML

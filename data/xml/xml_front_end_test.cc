@@ -1,0 +1,249 @@
+#include "kestrine/platform/data/format/xml.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "data/design/primitive.h"
+#include "data/metadata/root.h"
+#include "data/xml/sample_document.h"
+#include "data/xml/xml_test_support.h"
+#include "kestrine/platform/core/exception.h"
+#include "kestrine/platform/core/xml.h"
+#include "kestrine/platform/data/structure/container.h"
+
+namespace kestrine::platform::data::XML {
+namespace {
+
+using core::storage::datastore::MemoryDataStore;
+using format::xml::IXMLFrontEnd;
+using structure::IContainerFrontEnd;
+using testing::parse;
+using testing::render;
+using testing::SampleDocument;
+
+// A store that counts the completion calls of the parses into it.
+class CountingStore : public MemoryDataStore {
+ public:
+  void complete() override { ++completions; }
+  int completions = 0;
+};
+
+// A reader that cannot open, or that fails after handing out its first bytes.
+class BrokenReader : public core::io::MemoryReader {
+ public:
+  BrokenReader(std::string bytes, bool opens) : MemoryReader(std::move(bytes)), opens_(opens) {}
+  bool open() override { return opens_ && MemoryReader::open(); }
+  unsigned read(void* buffer, unsigned size) override {
+    if (reads_++ > 0) throw core::Exception("disk gone");
+    return MemoryReader::read(buffer, size < 16 ? size : 16);
+  }
+  void close() override { closed = true; }
+  bool closed = false;
+
+ private:
+  bool opens_;
+  int reads_ = 0;
+};
+
+class XMLFrontEndTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(parse(schemas_, SampleDocument::schemas()).empty());
+    locator_ = metadata::ISchemaLocator::make(&schemas_);
+  }
+
+  std::string roundTrip(const std::string& xml) {
+    MemoryDataStore store;
+    EXPECT_TRUE(parse(store, xml, locator_.get()).empty());
+    return render(store, locator_.get());
+  }
+
+  MemoryDataStore schemas_;
+  core::memory::SharedPtr<metadata::ISchemaLocator> locator_;
+};
+
+// Importing what was exported gives the same text again: nothing the writer produces is
+// read differently, and nothing read is written differently.
+TEST_F(XMLFrontEndTest, ExportOfAnImportIsAFixedPoint) {
+  std::string first = roundTrip(SampleDocument::document(3));
+  std::string second = roundTrip(first);
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(roundTrip(second), second);
+  EXPECT_GT(first.size(), 3000u);
+}
+
+// Integers, strings and base64 survive as they were written; floating point to 7 digits.
+TEST_F(XMLFrontEndTest, ValuesSurviveARoundTrip) {
+  std::string out = roundTrip(SampleDocument::document(1));
+  const char* expected[] = {
+      "<root version=\"1\" name=\"doc\">",
+      "<name locale=\"de-de\">Dokument</name>",
+      "<node name=\"n0\">",
+      "<name locale=\"fr-fr\">N\xc5\x93ud 0</name>",
+      "<binary name=\"bin\">AAEC/f7/AAAA</binary>",
+      "<uuid name=\"id\">6f9619ff-8b86-d011-b42d-00cf4fc90000</uuid>",
+      "<string name=\"text\" locale=\"fr-fr\">caf\xc3\xa9 &amp; cr\xc3\xa8me 0</string>",
+      "<val>alpha</val>\n      <val/>\n      <val>&lt;gamma&gt; 0</val>",
+      "<time name=\"when\">2024-05-01T12:00:00Z</time>",
+      "<uri name=\"where\">https://example.org/item/0?q=1&amp;r=2</uri>",
+      "<version name=\"release\">1.2.0</version>",
+      "<bool name=\"flag\">0 1</bool>",
+      "<int8 name=\"i8\">-128 127 0</int8>",
+      "<uint8 name=\"u8\">0 255</uint8>",
+      "<int16 name=\"i16\">-32768 32767</int16>",
+      "<uint16 name=\"u16\">0 65535</uint16>",
+      "<int32 name=\"i32\" units=\"Meter\">-2147483648 2147483647 0</int32>",
+      "<uint32 name=\"u32\">0 4294967295</uint32>",
+      "<int64 name=\"i64\">-9223372036854775808 9223372036854775807 0</int64>",
+      "<uint64 name=\"u64\">0 18446744073709551615</uint64>",
+      "<scalar name=\"f\" units=\"Second\">3.141593 -0.5 1e-10 1234568</scalar>",
+      "<double name=\"d\" units=\"InvCelsius,\">2.718282 -1.5e+300 1e-300 0</double>",
+      "<vector3 name=\"v3\">1 -2 3.5</vector3>",
+      "<matrix4x4 name=\"m4\">1 0 0 0 0 1 0 0 0 0 1 0 0.25 0.5 0.75 1</matrix4x4>",
+      "<struct name=\"pts\" units=\"Meter\" type=\"point\">1.5 2.5 7 8 -3 4 -5 0</struct>",
+      "<int32 name=\"remote\" uri=\"file:///data/remote0.bin\"/>",
+      "<int32 name=\"named\">\n      <name locale=\"en-us\">Named</name>\n      <val>1 2 3</val>\n"
+      "    </int32>",
+      "<table name=\"tab\" class=\"point\">\n"
+      "      <default unit=\"Meter\" type=\"double\"/>\n"
+      "      <default unit=\"Second\" type=\"vec3\"/>\n"
+      "      <name locale=\"en-us\">Points</name>\n"
+      "      <double name=\"x\">1.5</double>",
+      "<table name=\"inner\">\n        <int8 name=\"z\">-1</int8>",
+      "<group name=\"g\" class=\"pair\">\n    <int32 name=\"a\">12</int32>",
+      "<link name=\"l\" to=\"n0.tab\">\n    <name locale=\"en-us\">Shortcut</name>\n  </link>",
+  };
+  for (const char* text : expected)
+    EXPECT_NE(out.find(text), std::string::npos) << text;
+  // Inherited members stay hidden unless the document names them; no optional flag is
+  // written.
+  EXPECT_EQ(out.find("name=\"y\""), std::string::npos);
+  EXPECT_EQ(out.find("optional"), std::string::npos);
+}
+
+TEST_F(XMLFrontEndTest, ValuesAreStoredBitForBit) {
+  MemoryDataStore store;
+  parse(store, SampleDocument::document(2), locator_.get());
+  Metadata::Root root(&store, 0);
+  auto get = [&](const wchar_t* path, void* out, unsigned count) {
+    Design::Primitive primitive(&store, root.lookup(path));
+    return primitive.get(static_cast<char*>(out), 0, count);
+  };
+  long long i64[3];
+  ASSERT_EQ(get(L"n1.i64", i64, 3), 3u);
+  EXPECT_EQ(i64[0], LLONG_MIN);
+  EXPECT_EQ(i64[1], LLONG_MAX);
+  EXPECT_EQ(i64[2], -1);
+  unsigned long long u64[2];
+  ASSERT_EQ(get(L"n1.u64", u64, 2), 2u);
+  EXPECT_EQ(u64[1], ULLONG_MAX);
+  unsigned char bytes[9];
+  ASSERT_EQ(get(L"n1.bin", bytes, 9), 9u);
+  const unsigned char expected[] = {0, 1, 2, 0xfd, 0xfe, 0xff, 1, 0, 0};
+  EXPECT_EQ(std::vector<unsigned char>(bytes, bytes + 9),
+            std::vector<unsigned char>(expected, expected + 9));
+  wchar_t text[15];
+  ASSERT_EQ(get(L"n1.text", text, 15), 15u);
+  EXPECT_EQ(std::wstring(text, 15), std::wstring(L"caf\u00e9 & cr\u00e8me 1") + L'\0');
+  double d[4];
+  ASSERT_EQ(get(L"n1.d", d, 4), 4u);
+  EXPECT_DOUBLE_EQ(d[0], 2.718282);
+  EXPECT_DOUBLE_EQ(d[1], -1.5e300);
+  float f[4];
+  ASSERT_EQ(get(L"n1.f", f, 4), 4u);
+  EXPECT_FLOAT_EQ(f[0], 3.141593f);
+  EXPECT_FLOAT_EQ(f[2], 1e-10f);
+}
+
+// The store form swallows malformed XML and still completes the store once; what was read
+// stays usable, with every record's reference count dropped again.
+TEST_F(XMLFrontEndTest, MalformedDocumentLeavesTheStoreUsable) {
+  CountingStore store;
+  testing::Reports reports;
+  core::io::MemoryReader reader(
+      "<root name='r'><node name='a'><int32 name='x'>1</int32></node>"
+      "<node name='b'><int32 name='y'>2</int32><bad<</node></root>");
+  IXMLFrontEnd::parse(&store, &reader, locator_.get(), nullptr, &reports);
+  EXPECT_TRUE(reports.messages.empty());
+  EXPECT_EQ(store.completions, 1);
+  EXPECT_TRUE(Metadata::Root(&store, 0).unreferenced());
+
+  auto b = IContainerFrontEnd::find(&store, L"b");
+  ASSERT_TRUE(b);
+  EXPECT_TRUE(b->destroy(L"y"));
+  auto a = IContainerFrontEnd::toplevel(&store, L"a");
+  ASSERT_TRUE(a);
+  EXPECT_TRUE(a->has(L"x"));
+  b.reset();
+  a.reset();
+  EXPECT_TRUE(parse(store, "<root name='again'><node name='c'/></root>").empty());
+  EXPECT_EQ(store.completions, 2);
+  EXPECT_TRUE(IContainerFrontEnd::find(&store, L"a"));
+}
+
+TEST_F(XMLFrontEndTest, ContainerFormLetsFailuresThrough) {
+  MemoryDataStore store;
+  auto top = IContainerFrontEnd::toplevel(&store, L"top");
+  ASSERT_TRUE(top);
+  core::io::MemoryReader good("<group name='ignored'><int32 name='x'>4</int32></group>");
+  IXMLFrontEnd::parse(top.get(), &good, nullptr, nullptr, nullptr);
+  EXPECT_TRUE(top->has(L"x"));
+
+  core::io::MemoryReader malformed("<group name='g'><int32 name='y'>4</int32><</group>");
+  EXPECT_THROW(IXMLFrontEnd::parse(top.get(), &malformed, nullptr, nullptr, nullptr),
+               core::xml::XMLException);
+  EXPECT_TRUE(top->has(L"y")) << "what was read before the fault stays";
+
+  BrokenReader failing("<group name='g'><int32 name='z'>4</int32></group>", true);
+  EXPECT_THROW(IXMLFrontEnd::parse(top.get(), &failing, nullptr, nullptr, nullptr),
+               core::Exception);
+  EXPECT_FALSE(failing.closed);
+}
+
+TEST_F(XMLFrontEndTest, StoreFormCompletesWhateverTheReaderDoes) {
+  CountingStore closed;
+  BrokenReader shut("<root name='r'/>", false);
+  testing::Reports reports;
+  IXMLFrontEnd::parse(&closed, &shut, nullptr, nullptr, &reports);
+  EXPECT_EQ(closed.completions, 1);
+  EXPECT_EQ(closed.used(), 0u);
+  EXPECT_TRUE(reports.messages.empty());
+
+  CountingStore broken;
+  BrokenReader failing("<root name='r'><node name='a'/><node name='b'/></root>", true);
+  IXMLFrontEnd::parse(&broken, &failing, nullptr, nullptr, &reports);
+  EXPECT_EQ(broken.completions, 1);
+  EXPECT_FALSE(failing.closed) << "a failed parse does not close the reader";
+  EXPECT_TRUE(reports.messages.empty());
+
+  CountingStore fine;
+  core::io::MemoryReader reader("<root name='r'/>");
+  IXMLFrontEnd::parse(&fine, &reader, nullptr, nullptr, nullptr);
+  EXPECT_EQ(fine.completions, 1);
+}
+
+// Two documents parsed at the same time into two stores: nothing of one parse may leak into
+// the other (run under ThreadSanitizer too).
+TEST_F(XMLFrontEndTest, ParsesTwoDocumentsAtOnceOnTwoThreads) {
+  const std::string documents[2] = {SampleDocument::document(40),
+                                    "<ROOT name='other'>" + SampleDocument::node(7) + "</ROOT>"};
+  std::string expected[2], got[2];
+  for (int i = 0; i < 2; ++i)
+    expected[i] = roundTrip(documents[i]);
+  for (int round = 0; round < 3; ++round) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i)
+      threads.emplace_back([&, i] { got[i] = roundTrip(documents[i]); });
+    for (std::thread& thread : threads)
+      thread.join();
+    EXPECT_EQ(got[0], expected[0]);
+    EXPECT_EQ(got[1], expected[1]);
+  }
+}
+
+}  // namespace
+}  // namespace kestrine::platform::data::XML

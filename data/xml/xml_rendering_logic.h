@@ -1,0 +1,51 @@
+#ifndef KPL_DATA_XML_XML_RENDERING_LOGIC_H_
+#define KPL_DATA_XML_XML_RENDERING_LOGIC_H_
+
+#include <deque>
+
+#include "data/design/logic.h"
+#include "kestrine/platform/core/datastore.h"
+#include "kestrine/platform/core/xml.h"
+#include "kestrine/platform/data/metadata/schema.h"
+
+namespace kestrine::platform::data::XML {
+
+// Writes a subtree of a store as an XML document: each record is opened by its kind and
+// written by the handler of its element, then its children in list order. Hidden items
+// (flag 0x04) are left out with their whole subtree; records of other kinds are skipped.
+// Struct values are written only with a locator.
+//
+// Holds no state between calls and owns none of its pointers. One thread at a time.
+class XMLRenderingLogic {
+ public:
+  // Writes the XML header and the record at `offset` with its subtree; store and writer
+  // failures pass through.
+  XMLRenderingLogic(core::storage::datastore::IDataStore* store, core::xml::XMLSerializer* writer,
+                    metadata::ISchemaLocator* locator, unsigned offset);
+  XMLRenderingLogic(const XMLRenderingLogic&) = delete;
+  XMLRenderingLogic& operator=(const XMLRenderingLogic&) = delete;
+
+  // Writes the record at `offset` and its descendants; nothing for BADOFF.
+  void translate(unsigned offset);
+
+ private:
+  // A written start tag whose children are being written.
+  struct tOpen {
+    tOpen(core::storage::datastore::IDataStore* store, unsigned offset)
+        : logic(store, offset, false), next(0) {}
+    Design::Logic logic;
+    unsigned next;
+  };
+
+  // Writes the record's start tag (a primitive's whole element) and opens it on `open`
+  // when it has children to write.
+  void start(unsigned offset, std::deque<tOpen>& open);
+
+  core::storage::datastore::IDataStore* store_;
+  core::xml::XMLSerializer* writer_;
+  metadata::ISchemaLocator* locator_;
+};
+
+}  // namespace kestrine::platform::data::XML
+
+#endif  // KPL_DATA_XML_XML_RENDERING_LOGIC_H_

@@ -1,0 +1,130 @@
+#include "data/xml/xml_rendering_logic.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <string>
+
+#include "data/design/container.h"
+#include "data/design/primitive.h"
+#include "data/design/table.h"
+#include "data/metadata/root.h"
+#include "data/record/offsets.h"
+#include "data/xml/xml_test_support.h"
+
+namespace kestrine::platform::data::XML {
+namespace {
+
+using core::storage::datastore::IDataStore;
+using core::storage::datastore::MemoryDataStore;
+using testing::render;
+
+const std::string kHeader = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+
+TEST(XMLRenderingLogicTest, WritesOnlyTheHeaderForAHiddenRootOrNoRecord) {
+  MemoryDataStore store;
+  {
+    Metadata::Root root(&store, L"r");
+    Structural::Container child(&store, structure::IContainer::kNode, L"n");
+    root.add(child.offset());
+    root.on(0x04);
+  }
+  EXPECT_EQ(render(store), kHeader);
+  EXPECT_EQ(render(store, nullptr, IDataStore::BADOFF), kHeader);
+}
+
+// Catches a hidden child written anyway, or one that ends the walk over its siblings.
+TEST(XMLRenderingLogicTest, LeavesOutHiddenSubtreesAndRecordsOfOtherKinds) {
+  MemoryDataStore store;
+  unsigned list;
+  {
+    Metadata::Root root(&store, L"r");
+    Structural::Container node(&store, structure::IContainer::kNode, L"n");
+    Design::Table hidden(&store, L"hidden");
+    Design::Primitive inside(&store, metadata::kInt8, L"inside");
+    Design::Primitive stale(&store, metadata::kInt8, L"stale");
+    Design::Primitive shown(&store, metadata::kInt8, L"shown");
+    Design::Primitive last(&store, metadata::kInt8, L"last");
+    root.add(node.offset());
+    hidden.add(inside.offset());
+    node.add(hidden.offset());
+    node.add(stale.offset());
+    node.add(shown.offset());
+    node.add(last.offset());
+    node.hide(hidden.offset());
+    list = node.children();
+  }
+  // The list's second entry now names a list record, a record of no element. The walk
+  // counts the indexed children (three now), so it also stops before "last".
+  Record::Offsets(&store, list).set(1, list);
+  EXPECT_EQ(render(store), kHeader +
+                               "<root version=\"0\" name=\"r\">\n"
+                               "  <node name=\"n\">\n"
+                               "    <int8 name=\"shown\"/>\n"
+                               "  </node>\n"
+                               "</root>\n");
+}
+
+TEST(XMLRenderingLogicTest, WritesAnySubtreeFromItsRecord) {
+  MemoryDataStore store;
+  unsigned table;
+  {
+    Metadata::Root root(&store, L"r");
+    Design::Table t(&store, L"t");
+    Design::Primitive p(&store, metadata::kUInt16, L"p");
+    const unsigned short values[] = {1, 65535};
+    p.set(reinterpret_cast<const char*>(values), 0, 2);
+    p.units(units::KiloMeter);
+    t.add(p.offset());
+    root.add(t.offset());
+    table = t.offset();
+  }
+  EXPECT_EQ(render(store, nullptr, table), kHeader +
+                                               "<table name=\"t\">\n"
+                                               "  <uint16 name=\"p\" units=\"KiloMeter\">1 65535"
+                                               "</uint16>\n"
+                                               "</table>\n");
+}
+
+// Runs `work` on a thread with a small stack.
+template <class Work>
+void onSmallStack(Work& work) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_t thread;
+  auto run = [](void* argument) -> void* {
+    (*static_cast<Work*>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+// Deep trees are written by a loop: a walk that recursed per level would overflow this
+// stack long before the leaf.
+TEST(XMLRenderingLogicTest, WritesTreesDeeperThanTheStackAllows) {
+  const unsigned depth = 3000;
+  std::string xml = "<root name='r'>";
+  for (unsigned i = 0; i < depth; ++i)
+    xml += "<node name='n'>";
+  xml += "<int8 name='leaf'>1</int8>";
+  for (unsigned i = 0; i < depth; ++i)
+    xml += "</node>";
+  xml += "</root>";
+  MemoryDataStore store;
+  ASSERT_TRUE(testing::parse(store, xml).empty());
+  std::string out;
+  auto work = [&] { out = render(store); };
+  onSmallStack(work);
+  EXPECT_NE(out.find("<int8 name=\"leaf\">1</int8>"), std::string::npos);
+  std::size_t closed = 0;
+  for (std::size_t at = out.find("</node>"); at != std::string::npos;
+       at = out.find("</node>", at + 1))
+    ++closed;
+  EXPECT_EQ(closed, depth);
+}
+
+}  // namespace
+}  // namespace kestrine::platform::data::XML

@@ -1,0 +1,52 @@
+#include "data/xml/xml_root.h"
+
+#include "data/metadata/root.h"
+#include "data/xml/value_text.h"
+
+namespace kestrine::platform::data::XML {
+
+using core::string::StringAlgorithm;
+
+XMLRoot::XMLRoot(IDataStore* store, metadata::IURIResolver* resolver,
+                 metadata::ISchemaLocator* locator)
+    : Element(store), resolver_(resolver), locator_(locator) {}
+
+const char* XMLRoot::name() const {
+  return "root";
+}
+
+const wchar_t* XMLRoot::wname() const {
+  return L"root";
+}
+
+unsigned XMLRoot::type() const {
+  return 0;
+}
+
+Metadata::Item* XMLRoot::open(const char** attributes) {
+  const char* name = mandatory(attributes);
+  if (name == nullptr) return nullptr;
+  if (const char* version = find("version", attributes)) {
+    unsigned value = 0;
+    scan(metadata::kUInt32, version, reinterpret_cast<char*>(&value));
+    store_->version(value);
+  }
+  return new Metadata::Root(store_, StringAlgorithm::UTF8Decode(name).string());
+}
+
+Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {
+  return adopt(parent, child, kAdd, kAdd, kRefuse);
+}
+
+bool XMLRoot::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
+  unsigned version = store_->version();
+  wchar_t text[kNumberText];
+  print(metadata::kUInt32, reinterpret_cast<const char*>(&version), text);
+  writer->startElement(wname());
+  writer->addAttribute(L"version", text);
+  writer->addAttribute(L"name", item->tag());
+  names(item, writer);
+  return true;
+}
+
+}  // namespace kestrine::platform::data::XML

@@ -1,0 +1,35 @@
+#ifndef KPL_DATA_XML_XML_ROOT_H_
+#define KPL_DATA_XML_XML_ROOT_H_
+
+#include "data/xml/element.h"
+
+namespace kestrine::platform::data::XML {
+
+// The "root" element: the outermost element of a document. Attributes "name" (mandatory)
+// and "version" (the store's format version); children: containers and tables; sub-element
+// "name".
+class XMLRoot : public Element {
+ public:
+  // The resolver and locator are kept for the document's sake; none is consulted here.
+  XMLRoot(IDataStore* store, metadata::IURIResolver* resolver, metadata::ISchemaLocator* locator);
+
+  const char* name() const override;
+  const wchar_t* wname() const override;
+  unsigned type() const override;
+  // A new Metadata::Root named by "name"; "version", when present, is read as an unsigned
+  // 32-bit number (0 when unreadable) and stored as the store's format version.
+  Metadata::Item* open(const char** attributes) override;
+  // Containers and tables are added to the root's set (the child is taken even when the
+  // set refuses its name); primitives and roots are refused.
+  Metadata::Item* nest(Metadata::Item* parent, Metadata::Item* child) override;
+  // <root version=".." name="..">, then the localized names.
+  bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
+
+ private:
+  [[maybe_unused]] metadata::IURIResolver* resolver_;
+  [[maybe_unused]] metadata::ISchemaLocator* locator_;
+};
+
+}  // namespace kestrine::platform::data::XML
+
+#endif  // KPL_DATA_XML_XML_ROOT_H_

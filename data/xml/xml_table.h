@@ -1,0 +1,60 @@
+#ifndef KPL_DATA_XML_XML_TABLE_H_
+#define KPL_DATA_XML_XML_TABLE_H_
+
+#include <string>
+
+#include "data/xml/element.h"
+
+namespace kestrine::platform::data::XML {
+
+// The "table" element. Attributes "name" (mandatory), "optional", "class"; children:
+// primitives and tables; sub-elements "name" and "default" (with "unit" and "type": the
+// default unit and value type of the unit's group).
+class XMLTable : public Element {
+ public:
+  // One default-type name.
+  struct tType {
+    const char* name;
+    metadata::tValue value;
+  };
+  // The names "default" accepts, searched in order (the first match wins), ended by an
+  // entry with value 0. Vectors and matrices go by their short names ("vec3", "mtx4x4");
+  // "struct" cannot be a default. "string" is listed twice; the second is never reached.
+  static const tType _kpTypes[];
+
+  // `locator` resolves "class"; without one, "class" is ignored.
+  XMLTable(IDataStore* store, metadata::ISchemaLocator* locator);
+
+  const char* name() const override;
+  const wchar_t* wname() const override;
+  unsigned type() const override;
+  // A new Design::Table.
+  Metadata::Item* open(const char** attributes) override;
+  // Primitives and tables are merged with a child of the same name; the rest is refused.
+  Metadata::Item* nest(Metadata::Item* parent, Metadata::Item* child) override;
+  // A "name" as in Element; a "default" that has both "unit" and "type". Nothing while
+  // another sub-element is pending, which a "default" of an unknown type leaves for good.
+  bool sub(const char* name, const char** attributes) override;
+  // A "name" as in Element. A "default" sets the defaults of its unit's group and answers
+  // false; when its type is not in _kpTypes nothing changes and the "default" stays
+  // pending, so every later sub-element of every table of the document is refused.
+  bool set(Metadata::Item* item, const char* text) override;
+  // <table name=".." class="..">, one empty <default unit=".." type=".."/> per unit group
+  // in ascending group order ("type" left out for a value type without a default name),
+  // then the localized names.
+  bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
+
+  // The first entry of _kpTypes named `name` / of value `type`; null when none.
+  static const tType* lookup(const char* name);
+  static const tType* lookup(metadata::tValue type);
+
+ private:
+  metadata::ISchemaLocator* locator_;
+  // The attributes of the pending "default".
+  std::string unit_;
+  std::string type_;
+};
+
+}  // namespace kestrine::platform::data::XML
+
+#endif  // KPL_DATA_XML_XML_TABLE_H_
