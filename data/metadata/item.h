@@ -83,7 +83,8 @@ class Item {
   unsigned localize(const wchar_t* text, const wchar_t* locale);
   // Number of indexed locales.
   unsigned locales();
-  // Entry i (unchecked): its text and its locale; both empty when there is no locale table.
+  // Entry i of the list: its text and its locale; both empty past the end of the list or
+  // when there is no locale table.
   void locale(unsigned i, WideString& text, WideString& locale);
 
  protected:

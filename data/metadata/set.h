@@ -40,7 +40,7 @@ class Set : public Item {
   void populate();
   // Number of indexed names.
   unsigned items() const;
-  // Entry i of the children list, read from the store (unchecked); BADOFF without a list.
+  // Entry i of the children list, read from the store; BADOFF past its end or without a list.
   unsigned at(unsigned i) const;
   // The child indexed under exactly `name`, or BADOFF.
   unsigned find(const wchar_t* name) const;
