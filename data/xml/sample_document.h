@@ -40,9 +40,11 @@ class SampleDocument {
   // Node "n<i>": every value type once (integers with both extremes and i), a string of three
   // blocks, a URI-mode primitive, value locale, units, localized names on the node, a table
   // and a primitive, a table inheriting "point" with defaults, a nested table and a struct.
-  static std::string node(unsigned i) {
+  static std::string node(unsigned i) { return node(i, "n" + std::to_string(i)); }
+  // The same, named `name`.
+  static std::string node(unsigned i, const std::string& name) {
     std::string n = std::to_string(i);
-    std::string xml = "<node name=\"n" + n + "\" optional=\"true\">";
+    std::string xml = "<node name=\"" + name + "\" optional=\"true\">";
     xml += "<name locale=\"en-us\">Node " + n + "</name><name locale=\"fr-fr\">N\xc5\x93ud " + n +
            "</name>";
     xml += "<binary name=\"bin\">AAEC/f7/" + base64(i) + "</binary>";
