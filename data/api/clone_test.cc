@@ -171,5 +171,14 @@ TEST_F(CloneTest, CloneIntoAStoreWithoutADotNestsUnderTheSameName) {
   EXPECT_EQ(below(copy), below(src_));
 }
 
+// A container cloned into itself: the copy holds the subtree as it was before, and the
+// container's own handle knows the new child at once.
+TEST_F(CloneTest, CloneIntoItself) {
+  std::string before = below(src_);
+  ASSERT_TRUE(src_->clone(&store_, L"src.again"));
+  EXPECT_TRUE(src_->has(L"again"));
+  EXPECT_EQ(below(src_->container(L"again")), before);
+}
+
 }  // namespace
 }  // namespace kestrine::platform::data::api_test

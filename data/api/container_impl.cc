@@ -244,7 +244,10 @@ bool ContainerImpl::clone(IDataStore* target, WideString path) {
   if (into.find(destination.name.value()) != kAbsent) return false;
   Lock ownLock(store());
   Structural::Container self(store(), logic_->offset(), true);
-  return into.add(copyAs(self, target, destination.name));
+  if (!into.add(copyAs(self, target, destination.name))) return false;
+  // A copy placed into this very container went through a second view of its record.
+  if (into.offset() == logic_->offset() && target == store()) logic_->update();
+  return true;
 }
 
 unsigned ContainerImpl::locales() {

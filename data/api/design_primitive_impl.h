@@ -9,6 +9,10 @@ namespace kestrine::platform::data::metadata {
 
 // A primitive property: PropertyImpl with the IPrimitive view over the Design::Primitive it
 // owns. Every operation but container() forwards to the primitive under the store lock.
+//
+// The primitive object keeps the value size, URI, schema and value locale it read when opened
+// and what was written through it; the values themselves are read from the store at every
+// get(). A change made through another handle is seen once this one is obtained afresh.
 class DesignPrimitiveImpl : public PropertyImpl, public IPrimitive {
  public:
   // Takes ownership of an opened primitive logic object.
