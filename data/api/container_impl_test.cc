@@ -175,11 +175,6 @@ TEST_F(ContainerTest, DescriptionsAreStoredWhenTheHandleGoes) {
   EXPECT_EQ(utf8(last->localize(L"en-us")), "The box");
 }
 
-TEST_F(ContainerTest, StoreAndBaseOfAPlainContainer) {
-  EXPECT_EQ(top_->store(), &store_);
-  EXPECT_TRUE(top_->base().empty());
-}
-
 // Two handles opened on one empty container: the children list that the first one creates
 // must not be overwritten by the second one's first child.
 TEST_F(ContainerTest, SecondHandleDoesNotLoseTheFirstHandlesChildren) {

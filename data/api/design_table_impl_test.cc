@@ -54,22 +54,15 @@ TEST_F(TableTest, UnitIsSetOnlyWhenGiven) {
   EXPECT_EQ(t->create(L"long", metadata::kScalar, units::KiloMeter)->units(), units::KiloMeter);
 }
 
-TEST_F(TableTest, DefaultsPerGroupInAscendingOrder) {
+TEST_F(TableTest, GroupsInAscendingOrder) {
   auto t = table(L"t");
-  EXPECT_EQ(t->groups(), 0u);
-  EXPECT_EQ(t->defaults(units::tUnit(0), metadata::kDouble), 0u);
   EXPECT_EQ(t->defaults(units::KiloMeter, metadata::kNone), 0u);
-  EXPECT_EQ(t->groups(), 0u);
   EXPECT_EQ(t->defaults(units::Pascal, metadata::kScalar), 1u);
   EXPECT_EQ(t->defaults(units::Meter, metadata::kDouble), 1u);
-  EXPECT_EQ(t->defaults(units::KiloMeter, metadata::kDouble), 1u);  // same group: replaces
   ASSERT_EQ(t->groups(), 2u);
   EXPECT_EQ(t->group(0), units::group::Length);
   EXPECT_EQ(t->group(1), units::group::Pressure);
   EXPECT_EQ(t->group(2), units::tUnitGroup(0));
-  EXPECT_EQ(t->units(units::group::Length), units::KiloMeter);
-  EXPECT_EQ(t->valuetype(units::group::Pressure), metadata::kScalar);
-  EXPECT_EQ(t->valuetype(units::group::Mass), metadata::kNone);
 }
 
 // Defaults reach one level down: a member table answers with its holder's, but a table two
@@ -117,10 +110,6 @@ TEST_F(TableTest, DestroyMembers) {
   EXPECT_TRUE(t->destroy(L"x"));
   EXPECT_EQ(t->items(), 0u);
   EXPECT_FALSE(t->lookup(L"x"));
-}
-
-TEST_F(TableTest, BaseIsEmptyWithoutASchema) {
-  EXPECT_TRUE(table(L"t")->base().empty());
 }
 
 }  // namespace

@@ -124,12 +124,5 @@ TEST_F(FilterTest, TableFilterReadsTheLiveListWithinItsCount) {
   EXPECT_EQ(walk(*before), (Names{"x", "z", "w"}));
 }
 
-TEST_F(FilterTest, NestedTablesAreMembers) {
-  auto t = table(L"t");
-  t->create(L"inner", nullptr);
-  t->create(L"v", metadata::kInt8, units::tUnit(0));
-  EXPECT_EQ(walk(*t->properties()), (Names{"inner", "v"}));
-}
-
 }  // namespace
 }  // namespace kestrine::platform::data::api_test
