@@ -5,7 +5,7 @@ CTEST = ctest --output-on-failure -j$(JOBS) --timeout 900 -LE long
 SANITIZER_ENV = ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1 \
                 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 
-.PHONY: all deps release asan tsan test clean
+.PHONY: all deps release asan tsan test fuzz clean
 
 all: release
 
@@ -30,6 +30,16 @@ tsan: deps
 test: release asan
 	cd build/release && $(CTEST)
 	cd build/asan && $(SANITIZER_ENV) $(CTEST)
+
+# The libFuzzer targets, built with clang under ASan + UBSan: a minute of the XML import over
+# the seed corpus. New inputs go to build/fuzz/corpus, crashing ones to build/fuzz.
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	      -DKPL_BUILD_FUZZ=ON -DKPL_SANITIZE=address -DKPL_BUILD_TESTS=OFF -DKPL_BUILD_BENCH=OFF
+	cmake --build build/fuzz -j$(JOBS) --target xml_import_fuzz
+	mkdir -p build/fuzz/corpus
+	cd build/fuzz && $(SANITIZER_ENV) fuzz/xml_import_fuzz -max_total_time=60 \
+	      -dict=../../fuzz/xml.dict corpus ../../fuzz/corpus
 
 clean:
 	rm -rf build
