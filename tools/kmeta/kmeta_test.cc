@@ -1,0 +1,273 @@
+// kmeta as its users run it: a separate process, its exit status, its two outputs and the
+// store file it leaves.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "core/storage/datastore_test_support.h"
+#include "tools/kmeta/kmeta_process.h"
+
+namespace kmeta::testing {
+namespace {
+
+using kestrine::platform::core::storage::datastore::TemporaryDirectory;
+
+const char kDocument[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<root version=\"1\" name=\"plant\">\n"
+    "  <group name=\"pumps\">\n"
+    "    <name locale=\"de-de\">Pumpen</name>\n"
+    "    <node name=\"p1\">\n"
+    "      <double name=\"flow\" units=\"CubicMeterPerHour\">42.5</double>\n"
+    "      <uint16 name=\"ports\">2 3</uint16>\n"
+    "      <string name=\"tags\">\n"
+    "        <val>cast iron</val>\n"
+    "        <val>\xc3\xa9tanche</val>\n"
+    "      </string>\n"
+    "      <binary name=\"blob\">AAEC</binary>\n"
+    "      <int32 name=\"remote\" uri=\"file:///remote.bin\"/>\n"
+    "    </node>\n"
+    "  </group>\n"
+    "  <table name=\"limits\">\n"
+    "    <int32 name=\"max\">7</int32>\n"
+    "  </table>\n"
+    "</root>\n";
+
+const char kSchemas[] =
+    "<root name=\"schemas\"><table name=\"flange\">"
+    "<double name=\"diameter\" dim=\"1\"/><uint16 name=\"bolts\" dim=\"1\"/></table></root>";
+
+const char kTyped[] =
+    "<root name=\"typed\"><node name=\"n\" class=\"flange\">"
+    "<struct name=\"s\" type=\"flange\" dim=\"2\">125 8 100 4</struct>"
+    "<table name=\"t\" class=\"flange\"><double name=\"diameter\">1</double></table>"
+    "<table name=\"other\" optional=\"true\"><int8 name=\"bolts\">1</int8></table>"
+    "</node></root>";
+
+class KmetaTest : public ::testing::Test {
+ protected:
+  // Writes `text` to a file of the scratch directory and returns its path.
+  std::string file(const std::string& name, const std::string& text) {
+    std::string path = scratch() + "/" + name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  Outcome kmeta(const std::vector<std::string>& arguments, const std::string& input = "") {
+    return runKmeta(scratch(), arguments, input);
+  }
+  const std::string& scratch() const { return directory_.directory(); }
+  std::string store() const { return scratch() + "/store"; }
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+// Expects a failure of status 1 told in one line on standard error, starting with `start`.
+void expectFailure(const Outcome& run, const std::string& start) {
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err.rfind("kmeta: " + start, 0), 0u) << run.err;
+  EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << "not one line: " << run.err;
+}
+
+// Catches: a command line that is not understood running anyway, or failing without a word.
+TEST_F(KmetaTest, RefusesCommandLinesItDoesNotUnderstand) {
+  Outcome help = kmeta({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out.rfind("usage: kmeta COMMAND", 0), 0u);
+  EXPECT_EQ(help.err, "");
+  EXPECT_EQ(kmeta({"export", "--help"}).status, 0);
+
+  expectFailure(kmeta({}), "no command given");
+  expectFailure(kmeta({"frobnicate"}), "unknown command 'frobnicate'");
+  expectFailure(kmeta({"ls", "--verbose"}), "unknown option '--verbose'");
+  expectFailure(kmeta({"import", "doc.xml", "--store"}), "--store needs a value");
+  expectFailure(kmeta({"roundtrip", "--store", "x", "doc.xml"}), "roundtrip does not take --store");
+  expectFailure(kmeta({"ls", "--path=a"}), "ls does not take --path");
+  expectFailure(kmeta({"import", "--stats=1", "doc.xml"}), "--stats takes no value");
+  expectFailure(kmeta({"get"}), "get: too few arguments");
+  expectFailure(kmeta({"roundtrip", "a.xml", "b.xml"}), "roundtrip: too many arguments");
+  expectFailure(kmeta({"validate", "a", "uri"}), "validate needs --schemas");
+}
+
+// Catches: unreadable or malformed input crashing, passing as success, or leaving a store
+// file behind; and a malformed document's well-formed beginning reaching the store.
+TEST_F(KmetaTest, RefusesUnreadableAndMalformedInputWithoutTouchingTheStore) {
+  expectFailure(kmeta({"roundtrip", scratch() + "/missing.xml"}),
+                scratch() + "/missing.xml: cannot open: No such file or directory");
+  expectFailure(kmeta({"roundtrip", scratch()}), scratch() + ": is a directory");
+  expectFailure(kmeta({"roundtrip", file("empty.xml", "")}),
+                scratch() + "/empty.xml: XML error at line 1, column 1: no element found");
+  std::string malformed = file("bad.xml", "<root name=\"r\">\n  <group name=\"g\">\n</root>\n");
+  expectFailure(kmeta({"import", "--store", store(), malformed}),
+                scratch() + "/bad.xml: XML error at line 3, column 3: mismatched tag");
+  EXPECT_FALSE(std::filesystem::exists(store())) << "a refused import created the store";
+
+  ASSERT_EQ(kmeta({"import", "--store", store(), file("doc.xml", kDocument)}).status, 0);
+  std::string before = kmeta({"export", "--store", store()}).out;
+  std::string prefix = "<root name=\"r\"><group name=\"added\"><int32 name=\"x\">1</int32>";
+  expectFailure(kmeta({"import", "--store", store(), file("cut.xml", prefix)}),
+                scratch() + "/cut.xml: XML error at line 1, column ");
+  expectFailure(kmeta({"import", "--store", store(), "--schemas", malformed,
+                       file("ok.xml", prefix + "</group></root>")}),
+                scratch() + "/bad.xml: XML error");
+  EXPECT_EQ(kmeta({"export", "--store", store()}).out, before);
+  expectFailure(kmeta({"roundtrip", "-"}, file("stdin.xml", "<root name=")),
+                "standard input: XML error at line 1");
+}
+
+// Catches: parse reports lost, mangled (not UTF-8, not one a line) or taken for failures.
+TEST_F(KmetaTest, ReportsProblemsInTheContentOneALineAndSucceeds) {
+  Outcome run = kmeta({"roundtrip", file("odd.xml",
+                                         "<root name=\"r\"><gr\xc3\xb6\xc3\x9f\x65 name=\"x\"/>"
+                                         "<int32 name=\"loose\">1</int32><group/></root>")});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err,
+            "gr\xc3\xb6\xc3\x9f\x65 : unknown element, skipping\n"
+            "int32 : could not nest the element\n"
+            "group : missing mandatory 'id' attribute\n");
+  EXPECT_EQ(run.out,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root version=\"1\" name=\"r\"/>\n");
+}
+
+// Catches: a document that does not come back as it went in, through memory, standard
+// input, or a store file written by one process and read by another.
+TEST_F(KmetaTest, ImportedDocumentIsExportedByAnotherProcess) {
+  std::string document = file("doc.xml", kDocument);
+  Outcome roundtrip = kmeta({"roundtrip", document});
+  EXPECT_EQ(roundtrip.status, 0);
+  EXPECT_EQ(roundtrip.err, "");
+  EXPECT_EQ(roundtrip.out, kDocument);
+  EXPECT_EQ(kmeta({"roundtrip", "-"}, document).out, kDocument);
+
+  Outcome import = kmeta({"import", "--store", store(), "--stats", document});
+  EXPECT_EQ(import.status, 0);
+  EXPECT_EQ(import.out.rfind("records ", 0), 0u) << import.out;
+  Outcome exported = kmeta({"export", "--store", store()});
+  EXPECT_EQ(exported.status, 0);
+  EXPECT_EQ(exported.out, kDocument);
+  Outcome part = kmeta({"export", "--store", store(), "--path", "limits"});
+  EXPECT_EQ(part.out,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<table name=\"limits\">\n  <int32 name=\"max\">7</int32>\n</table>\n");
+}
+
+// Catches: a second import making a second root, renaming the first, or silently dropping
+// a subtree whose top-level name is taken.
+TEST_F(KmetaTest, ImportIntoATreeAddsToItsRoot) {
+  ASSERT_EQ(kmeta({"import", "--store", store(), file("doc.xml", kDocument)}).status, 0);
+  Outcome more = kmeta({"import", "--store", store(),
+                        file("more.xml",
+                             "<root version=\"1\" name=\"other\"><group name=\"valves\">"
+                             "<int32 name=\"n\">5</int32></group></root>")});
+  EXPECT_EQ(more.status, 0);
+  EXPECT_EQ(more.err, "");
+  Outcome listing = kmeta({"ls", "--store", store()});
+  EXPECT_EQ(listing.out,
+            "kind\tname\tclass\tunit\tdimension\tflags\n"
+            "group\tpumps\t\t\t1\t\n"
+            "table\tlimits\t\t\t1\t\n"
+            "group\tvalves\t\t\t1\t\n");
+  std::string exported = kmeta({"export", "--store", store()}).out;
+  EXPECT_NE(exported.find("<root version=\"1\" name=\"plant\">"), std::string::npos);
+  EXPECT_NE(exported.find("<int32 name=\"n\">5</int32>"), std::string::npos);
+
+  expectFailure(kmeta({"import", "--store", store(),
+                       file("taken.xml",
+                            "<root name=\"r\"><group name=\"new\"/>"
+                            "<table name=\"limits\"/></root>")}),
+                scratch() + "/taken.xml: the store holds 'limits' already");
+  EXPECT_EQ(kmeta({"export", "--store", store()}).out, exported);
+}
+
+// Catches: wrong columns, kinds, units or flags in a listing, and values printed otherwise
+// than an export writes them.
+TEST_F(KmetaTest, ListsChildrenAndPrintsValues) {
+  ASSERT_EQ(kmeta({"import", "--store", store(), file("doc.xml", kDocument)}).status, 0);
+  EXPECT_EQ(kmeta({"ls", "--store", store(), "pumps"}).out,
+            "kind\tname\tclass\tunit\tdimension\tflags\n"
+            "node\tp1\t\t\t5\t\n");
+  EXPECT_EQ(kmeta({"ls", "--store", store(), "pumps.p1"}).out,
+            "kind\tname\tclass\tunit\tdimension\tflags\n"
+            "double\tflow\t\tCubicMeterPerHour\t1\t\n"
+            "uint16\tports\t\t\t2\t\n"
+            "string\ttags\t\t\t18\t\n"
+            "binary\tblob\t\t\t3\t\n"
+            "int32\tremote\t\t\t0\turi\n");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "pumps.p1.flow"}).out, "42.5\n");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "pumps.p1.ports"}).out, "2 3\n");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "pumps.p1.tags"}).out, "cast iron\n\xc3\xa9tanche\n");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "pumps.p1.blob"}).out, "AAEC\n");
+  Outcome remote = kmeta({"get", "--store", store(), "pumps.p1.remote"});
+  EXPECT_EQ(remote.status, 0);
+  EXPECT_EQ(remote.out, "");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "limits.max"}).out, "7\n");
+}
+
+// Catches: a path that names nothing, or the wrong kind of thing, answered with something.
+TEST_F(KmetaTest, RefusesPathsThatNameNothingFitting) {
+  ASSERT_EQ(kmeta({"import", "--store", store(), file("doc.xml", kDocument)}).status, 0);
+  expectFailure(kmeta({"ls", "--store", store(), "pumps.p9"}), "nothing at 'pumps.p9'");
+  expectFailure(kmeta({"ls", "--store", store(), "pumps.p1.flow"}),
+                "no container or table at 'pumps.p1.flow'");
+  // Below a primitive the finder alone would stop at the primitive.
+  expectFailure(kmeta({"get", "--store", store(), "pumps.p1.flow.x"}),
+                "nothing at 'pumps.p1.flow.x'");
+  expectFailure(kmeta({"get", "--store", store(), "pumps.p1"}), "no primitive at 'pumps.p1'");
+  expectFailure(kmeta({"get", "--store", store(), "pumps..p1"}), "nothing at 'pumps..p1'");
+  expectFailure(kmeta({"export", "--store", store(), "--path", "pumps.p1.tags"}),
+                "no container or table at 'pumps.p1.tags'");
+
+  expectFailure(kmeta({"export"}), "the store holds no tree");
+  std::string missing = scratch() + "/missing";
+  expectFailure(kmeta({"export", "--store", missing}), missing + ": no such store file");
+  EXPECT_FALSE(std::filesystem::exists(missing));
+  expectFailure(kmeta({"ls", "--store", file("junk", "not a store")}), "");
+}
+
+// Catches: classes and struct types not resolved through the schema documents, and
+// validation answering the wrong status.
+TEST_F(KmetaTest, SchemaDocumentsServeParsingExportAndValidation) {
+  std::string schemas = file("schemas.xml", kSchemas);
+  std::string typed = file("typed.xml", kTyped);
+  Outcome import = kmeta({"import", "--store", store(), "--schemas", schemas, typed});
+  EXPECT_EQ(import.status, 0);
+  EXPECT_EQ(import.err, "");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "--schemas", schemas, "n.s"}).out, "125 8 100 4\n");
+  EXPECT_EQ(kmeta({"get", "--store", store(), "n.s"}).out, "") << "struct values need schemas";
+  EXPECT_NE(kmeta({"export", "--store", store(), "--schemas", schemas}).out.find(">125 8 100 4<"),
+            std::string::npos);
+  EXPECT_EQ(kmeta({"ls", "--store", store(), "n"}).out,
+            "kind\tname\tclass\tunit\tdimension\tflags\n"
+            "double\tdiameter\t\t\t1\thidden\n"
+            "uint16\tbolts\t\t\t1\thidden\n"
+            "struct\ts\tflange\t\t20\t\n"
+            "table\tt\tflange\t\t2\t\n"
+            "table\tother\t\t\t1\toptional\n");
+
+  Outcome conforms = kmeta({"validate", "--store", store(), "--schemas", schemas, "n.t", "flange"});
+  EXPECT_EQ(conforms.status, 0);
+  EXPECT_EQ(conforms.out, "n.t conforms to flange\n");
+  EXPECT_EQ(kmeta({"validate", "--store", store(), "--schemas", schemas, "n", "flange"}).status, 0);
+  Outcome differs =
+      kmeta({"validate", "--store", store(), "--schemas", schemas, "n.other", "flange"});
+  EXPECT_EQ(differs.status, 2);
+  EXPECT_EQ(differs.out, "n.other does not conform to flange\n");
+  expectFailure(kmeta({"validate", "--store", store(), "--schemas", schemas, "n", "gasket"}),
+                "no schema 'gasket' in the schema documents");
+  expectFailure(kmeta({"validate", "--store", store(), "--schemas", schemas, "n.s", "flange"}),
+                "no container or table at 'n.s'");
+}
+
+// Catches: output lost on a full disk while the status says success.
+TEST_F(KmetaTest, FailsWhenStandardOutputCannotBeWritten) {
+  std::string document = file("doc.xml", kDocument);
+  int status = waitKmeta(startKmeta({"roundtrip", document}, "", "/dev/full"));
+  EXPECT_EQ(status, 1);
+}
+
+}  // namespace
+}  // namespace kmeta::testing

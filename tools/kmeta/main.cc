@@ -1,0 +1,89 @@
+// kmeta: reads and writes metadata trees as XML, in memory or in a store file.
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "tools/kmeta/commands.h"
+#include "tools/kmeta/failure.h"
+#include "tools/kmeta/options.h"
+#include "tools/kmeta/session.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: kmeta COMMAND [OPTIONS] [ARGUMENTS]\n"
+    "\n"
+    "Reads and writes metadata trees as XML documents, in memory or in a store file.\n"
+    "\n"
+    "commands:\n"
+    "  roundtrip [--schemas S]... DOC\n"
+    "      Parse DOC into a fresh in-memory store and write the tree back as XML on\n"
+    "      standard output.\n"
+    "  import [--store S] [--schemas S]... [--stats] DOC\n"
+    "      Parse DOC into the store. Into an empty store the document makes the tree. Into a\n"
+    "      store that holds one, the document's root element stands for the existing root,\n"
+    "      which keeps its name, and the document's containers and tables are added to it;\n"
+    "      their names must not be taken at the top level yet. The store is changed only\n"
+    "      when the whole document was read; a file store commits the import at once.\n"
+    "      --stats prints \"records N used B peak-kb K\" afterwards: the store's live\n"
+    "      records and bytes used, and the process's peak memory.\n"
+    "  export [--store S] [--schemas S]... [--path P]\n"
+    "      Write the tree, or the container or table at P, as XML on standard output.\n"
+    "      Struct values are written only when schema documents are given.\n"
+    "  ls [--store S] [P]\n"
+    "      List the children of the root or of the container or table at P, one a line,\n"
+    "      tab-separated after a header: kind (node, group, link, table or the value type),\n"
+    "      name, class (a container's or table's schema, a struct's type), unit, dimension\n"
+    "      (elements as stored, or number of children), flags (optional, hidden, uri).\n"
+    "  get [--store S] [--schemas S]... P\n"
+    "      Print the values of the primitive at P as an export writes them; several\n"
+    "      strings one a line. Struct values need the schema documents.\n"
+    "  validate [--store S] --schemas S... P URI\n"
+    "      Check the container or table at P against the schema URI.\n"
+    "\n"
+    "options:\n"
+    "  --store S    a store file (import creates it), or :memory: (the default)\n"
+    "  --schemas S  a schema document, parsed into a store of its own; classes and struct\n"
+    "               types resolve against all of them. Repeatable.\n"
+    "  --path P     names joined by \".\" from below the root, as in catalogue.pumps.p100\n"
+    "  --help       print this text\n"
+    "\n"
+    "DOC and schema documents may be - for standard input. Parse reports go to standard\n"
+    "error, one a line.\n"
+    "\n"
+    "exit status: 0 success (parse reports are not failures); 1 usage error, unreadable or\n"
+    "malformed input, a path that names nothing fitting, an unknown schema, a store that\n"
+    "holds no tree; 2 validate: the tree does not conform.\n";
+
+// Tells what failed and answers exit status 1.
+int fail(kmeta::Session& session, const char* message) {
+  std::fprintf(stderr, "kmeta: %s\n", message);
+  if (session.persistent()) {
+    // A store file commits what is pending when its lock is released or the store is
+    // closed. A command that failed must leave the file as it was, so the process ends
+    // without either; LMDB never saw the pending transaction, and the kernel releases the
+    // file locks.
+    std::fflush(stderr);
+    std::_Exit(1);
+  }
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Declared outside the handlers below, which must see the store still open.
+  kmeta::Session session;
+  try {
+    kmeta::Options options = kmeta::parseArguments(argc, argv);
+    if (options.help) {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    return kmeta::findCommand(options).run(options, session);
+  } catch (const std::exception& error) {
+    return fail(session, error.what());
+  } catch (...) {
+    return fail(session, "unexpected failure");
+  }
+}

@@ -1,0 +1,39 @@
+#ifndef KPL_TOOLS_KMETA_OPTIONS_H_
+#define KPL_TOOLS_KMETA_OPTIONS_H_
+
+#include <string>
+#include <vector>
+
+namespace kmeta {
+
+// The options a command may take, as bits.
+enum Option : unsigned {
+  kStoreOption = 1,
+  kSchemasOption = 2,
+  kPathOption = 4,
+  kStatsOption = 8,
+};
+
+// A command line taken apart, not yet checked against the command it names.
+struct Options {
+  std::string command;
+  bool help = false;
+  // The Option bits of the options given.
+  unsigned given = 0;
+  std::string store = ":memory:";
+  std::vector<std::string> schemas;
+  std::string path;
+  std::vector<std::string> operands;
+};
+
+// The spelling of an option on the command line ("--store").
+const char* optionName(Option option);
+
+// Reads argv[1...]: the command first, then options and operands in any order ("--" ends the
+// options; "--name=value" is the same as "--name value"). "--help" anywhere asks for the usage
+// text. Throws UsageError for an unknown option, a missing value or a missing command.
+Options parseArguments(int argc, const char* const* argv);
+
+}  // namespace kmeta
+
+#endif  // KPL_TOOLS_KMETA_OPTIONS_H_

@@ -1,0 +1,64 @@
+#include "tools/kmeta/session.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include "kestrine/platform/core/string.h"
+#include "tools/kmeta/document.h"
+#include "tools/kmeta/failure.h"
+
+namespace kmeta {
+
+namespace core = kestrine::platform::core;
+using core::storage::datastore::LmdbDataStore;
+using core::storage::datastore::MemoryDataStore;
+
+void StderrReporter::report(core::string::WideString message) {
+  std::string line = core::string::StringAlgorithm::UTF8Encode(message);
+  line += '\n';
+  std::fputs(line.c_str(), stderr);
+}
+
+Session::~Session() = default;
+
+void Session::open(const std::string& store, const std::vector<std::string>& schemas, bool create) {
+  if (!schemas.empty())
+    locator_ = kestrine::platform::data::metadata::ISchemaLocator::make(nullptr);
+  for (const std::string& path : schemas) {
+    Document document(path);
+    schemaStores_.push_back(std::make_unique<MemoryDataStore>());
+    // Earlier schema documents serve the later ones' classes and struct types.
+    document.import(schemaStores_.back().get(), locator_.get(), &reporter_);
+    locator_->push(schemaStores_.back().get());
+  }
+  if (store == ":memory:") {
+    store_ = std::make_unique<MemoryDataStore>();
+  } else {
+    // Opening a store file creates it; only import means to.
+    std::error_code ignored;
+    if (!create && !std::filesystem::exists(store, ignored))
+      throw Failure(store + ": no such store file");
+    auto file = std::make_unique<LmdbDataStore>(store);
+    file_ = file.get();
+    store_ = std::move(file);
+  }
+  lock_.reset(store_->lock());
+  // The transaction's first change, before anything is read (see the class comment).
+  store_->version(store_->version());
+}
+
+kestrine::platform::data::metadata::ISchemaLocator* Session::locator() const {
+  return locator_.get();
+}
+
+unsigned Session::records() const {
+  if (file_ != nullptr) return file_->records();
+  return static_cast<MemoryDataStore*>(store_.get())->records();
+}
+
+void Session::commit() {
+  if (file_ != nullptr) file_->flush();
+  lock_.reset();
+}
+
+}  // namespace kmeta

@@ -1,0 +1,72 @@
+#ifndef KPL_TOOLS_KMETA_SESSION_H_
+#define KPL_TOOLS_KMETA_SESSION_H_
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kestrine/platform/core/datastore.h"
+#include "kestrine/platform/core/lmdb_datastore.h"
+#include "kestrine/platform/core/memory.h"
+#include "kestrine/platform/data/format/xml.h"
+#include "kestrine/platform/data/metadata/schema.h"
+
+namespace kmeta {
+
+using kestrine::platform::core::storage::datastore::IDataStore;
+
+// Writes each parse report to standard error, one line each, as UTF-8.
+class StderrReporter : public kestrine::platform::data::format::xml::IXMLFrontEnd::IErrorReporter {
+ public:
+  void report(kestrine::platform::core::string::WideString message) override;
+};
+
+// What one command works on: the store, the schema documents (each parsed into an in-memory
+// store of its own and pushed to one locator) and the reporter.
+//
+// A command is one transaction. The store's lock is held from open() to commit() or
+// destruction, and the first thing done under it is a change: a file store then bases the
+// transaction on its newest committed state before anything is read. That matters because
+// even reading writes, logic objects keep reference counts in their records, and a
+// transaction begun after a read could write back a record from an older state.
+class Session {
+ public:
+  Session() = default;
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // Parses the schema documents, then opens `store`: ":memory:" for a fresh memory store,
+  // else a store file, which must exist unless `create`. Throws Failure, or core::Exception
+  // from the store, naming what could not be opened or read.
+  void open(const std::string& store, const std::vector<std::string>& schemas, bool create);
+
+  // The store; null before open().
+  IDataStore* store() const { return store_.get(); }
+  // The locator over the schema documents; null when none was given.
+  kestrine::platform::data::metadata::ISchemaLocator* locator() const;
+  StderrReporter* reporter() { return &reporter_; }
+  // True for a store file.
+  bool persistent() const { return file_ != nullptr; }
+
+  // Live records and bytes used (see IDataStore::used) of the store.
+  unsigned records() const;
+
+  // Commits what the command did and releases the lock; throws core::Exception when the
+  // file store cannot commit (its file then stays as it was).
+  void commit();
+
+ private:
+  // Schema stores first: the locator refers to them and must go before they do.
+  std::vector<std::unique_ptr<IDataStore>> schemaStores_;
+  kestrine::platform::core::memory::SharedPtr<kestrine::platform::data::metadata::ISchemaLocator>
+      locator_;
+  StderrReporter reporter_;
+  std::unique_ptr<IDataStore> store_;
+  kestrine::platform::core::storage::datastore::LmdbDataStore* file_ = nullptr;
+  std::unique_ptr<IDataStore::ILock> lock_;
+};
+
+}  // namespace kmeta
+
+#endif  // KPL_TOOLS_KMETA_SESSION_H_
