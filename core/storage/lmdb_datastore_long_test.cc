@@ -1,12 +1,12 @@
-// Half a minute of one process writing and another reading the same store file. Labelled
-// "long": the default test run leaves it out, `ctest -L long` runs it.
-#include "core/storage/lmdb_process_test_support.h"
+// Half a minute of one process importing documents into a store file with kmeta and another
+// exporting it. Labelled "long": the default test run leaves it out, `ctest -L long` runs it.
+#include "core/storage/lmdb_import_test_support.h"
 
 namespace kestrine::platform::core::storage::datastore {
 namespace {
 
-TEST(LmdbDataStoreProcesses, ReaderSeesOnlyWholeGenerationsForHalfAMinute) {
-  readWhileAnotherProcessWrites(30);
+TEST(LmdbImport, ExportsSeeOnlyWholeImportsForHalfAMinute) {
+  exportWhileAnotherProcessImports(30);
 }
 
 }  // namespace

@@ -343,7 +343,8 @@ TEST_F(LmdbDataStoreTest, FullDiskKeepsThePendingTransactionForARetry) {
 
 // Catches: a crash in the middle of a large transaction (or of its commit) leaving a mix of
 // two states. The workload runs in another program, so this checker stays the same whatever
-// writes the store.
+// writes the store. It frees and reuses offsets, which document imports never do; killed
+// imports have their own test (lmdb_import_test.cc).
 TEST_F(LmdbDataStoreTest, KilledWritersLeaveOneWholeGeneration) {
   std::mt19937 random(7);
   unsigned long long last = 0;
