@@ -5,8 +5,6 @@
 
 #include <vector>
 
-#include "tools/kmeta/failure.h"
-
 namespace kmeta {
 namespace {
 
@@ -30,16 +28,6 @@ TEST(KmetaOptions, TakesOptionsAndOperandsInAnyOrder) {
   EXPECT_EQ(rest.given, 0u);
   EXPECT_EQ(rest.store, ":memory:");
   EXPECT_TRUE(parse({"--help"}).help);
-}
-
-// Catches: a malformed command line read as something else instead of refused.
-TEST(KmetaOptions, RefusesWhatItDoesNotKnow) {
-  EXPECT_THROW(parse({}), UsageError);
-  EXPECT_THROW(parse({"--store", "s.db"}), UsageError);
-  EXPECT_THROW(parse({"ls", "-x"}), UsageError);
-  EXPECT_THROW(parse({"ls", "--store"}), UsageError);
-  EXPECT_THROW(parse({"ls", "--stats=yes"}), UsageError);
-  EXPECT_THROW(parse({"ls", "--paths", "a"}), UsageError);
 }
 
 }  // namespace
