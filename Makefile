@@ -41,5 +41,11 @@ fuzz: deps
 	cd build/fuzz && $(SANITIZER_ENV) fuzz/xml_import_fuzz -max_total_time=60 \
 	      -dict=../../fuzz/xml.dict corpus ../../fuzz/corpus
 
+# Prepares the machine, builds (optimised) and reads an example document into a store with
+# kmeta, printing it back as the tool writes it.
+.PHONY: demo
+demo: release
+	build/release/tools/kmeta/kmeta roundtrip examples/part_catalogue.xml
+
 clean:
 	rm -rf build
