@@ -1,0 +1,349 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kestrine/platform/core/io.h"
+#include "kestrine/platform/core/string.h"
+#include "kestrine/platform/core/xml.h"
+
+namespace kestrine::platform::core::xml {
+namespace {
+
+using Events = std::vector<std::string>;
+
+// Records events as lines of text; adjacent character data runs are joined, since how a
+// text is split into runs depends on buffer boundaries.
+class Recorder : public XMLCallback {
+ public:
+  Events events;
+
+  void notifyStartElement(const char* name, const char** attributes) override {
+    std::string event = std::string("start ") + name;
+    for (const char** a = attributes; *a != nullptr; a += 2)
+      event += std::string(" ") + a[0] + "=" + a[1];
+    events.push_back(event);
+  }
+  void notifyEndElement(const char* name) override { events.push_back(std::string("end ") + name); }
+  void notifyStartNamespace(const char* prefix, const char* uri) override {
+    events.push_back(std::string("ns ") + (prefix ? prefix : "(default)") + "=" + uri);
+  }
+  void notifyEndNamespace(const char* prefix) override {
+    events.push_back(std::string("end ns ") + (prefix ? prefix : "(default)"));
+  }
+  void notifyCharacterData(const char* data, int length) override {
+    if (events.empty() || events.back().rfind("text ", 0) != 0) events.push_back("text ");
+    events.back().append(data, length);
+  }
+};
+
+// Parses `document` into `recorder`. A trickling read hands out a few bytes at a time (1 to
+// 7, cycling), so that every token and every multi-byte character is split somewhere.
+void parse(const std::string& document, Recorder* recorder, bool trickle = false) {
+  class Reader : public io::MemoryReader {
+   public:
+    Reader(const std::string& bytes, bool trickle) : MemoryReader(bytes), trickle_(trickle) {}
+    unsigned read(void* buffer, unsigned size) override {
+      step_ = step_ % 7 + 1;
+      return MemoryReader::read(buffer, trickle_ ? std::min(size, step_) : size);
+    }
+
+   private:
+    bool trickle_;
+    unsigned step_ = 0;
+  } reader(document, trickle);
+  reader.open();
+  XMLParser(recorder).parseDocument(&reader);
+}
+
+Events parse(const std::string& document) {
+  Recorder recorder;
+  parse(document, &recorder);
+  return recorder.events;
+}
+
+// Catches: namespace declarations not reported, reported out of order, or prefixes resolved
+// away from the names as written; and a declared encoding ignored, so that callbacks get
+// bytes that are not UTF-8.
+TEST(XMLParser, ReportsNamesAsWrittenNamespacesAsEventsAndUTF8) {
+  EXPECT_EQ(parse("<p:root xmlns:p=\"urn:p\" xmlns=\"urn:d\" p:attr=\"1\" plain=\"2\">"
+                  "<child xmlns=\"\"/><p:leaf/></p:root>"),
+            (Events{"ns p=urn:p", "ns (default)=urn:d", "start p:root p:attr=1 plain=2",
+                    "ns (default)=", "start child", "end child", "end ns (default)", "start p:leaf",
+                    "end p:leaf", "end p:root", "end ns (default)", "end ns p"}));
+  EXPECT_EQ(parse("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a v=\"\xE9\">\xFC</a>"),
+            (Events{"start a v=\xC3\xA9", "text \xC3\xBC", "end a"}));
+  EXPECT_EQ(parse(std::string("\xFF\xFE<\0a\0/\0>\0", 10)), (Events{"start a", "end a"}));
+}
+
+// Catches: entities, character references or CDATA left unresolved, and anything lost or
+// doubled at chunk boundaries: a document of a few megabytes read a few bytes at a time gives
+// exactly the events of the same document read in one piece.
+TEST(XMLParser, TinyReadsOfALargeDocumentGiveTheSameEventsAsOneRead) {
+  std::string document = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log xmlns:k=\"urn:k\">";
+  for (int i = 0; i < 20000; ++i) {
+    document += "<k:entry id=\"" + std::to_string(i) +
+                "\" note=\"caf\xC3\xA9 &amp; &#x20AC; \xF0\x9F\x98\x80\">";
+    document +=
+        "line " + std::to_string(i) + " \xE2\x82\xAC &lt;<![CDATA[<raw>&]]><e/></k:entry>\n";
+  }
+  document += "</log>";
+  Events whole = parse(document);
+  ASSERT_EQ(whole.size(), 20000u * 6 + 4);
+  EXPECT_EQ(
+      Events(whole.begin() + 2, whole.begin() + 8),
+      (Events{"start k:entry id=0 note=caf\xC3\xA9 & \xE2\x82\xAC \xF0\x9F\x98\x80",
+              "text line 0 \xE2\x82\xAC <<raw>&", "start e", "end e", "end k:entry", "text \n"}));
+
+  Recorder recorder;
+  parse(document, &recorder, true);
+  EXPECT_TRUE(recorder.events == whole);
+}
+
+// The message of the XMLException that parsing `document` throws, after its line and column,
+// and the events that came before it.
+std::string syntaxError(const std::string& document, Events* events = nullptr) {
+  Recorder recorder;
+  try {
+    parse(document, &recorder);
+  } catch (const XMLException& error) {
+    if (events != nullptr) *events = recorder.events;
+    return std::to_string(error.line()) + ":" + std::to_string(error.column()) + " " + error.what();
+  }
+  return "no error";
+}
+
+// Catches: a wrong line or column (Expat counts columns from 0), a fault at the end of the
+// input not reported, and the well-formed beginning's events held back.
+TEST(XMLParser, MalformedDocumentsThrowWithLineAndColumn) {
+  EXPECT_EQ(syntaxError("<a>\n  <b></c>\n</a>"),
+            "2:8 XML error at line 2, column 8: mismatched tag");
+  EXPECT_EQ(syntaxError(""), "1:1 XML error at line 1, column 1: no element found");
+  EXPECT_EQ(syntaxError("<a>&nope;</a>"), "1:4 XML error at line 1, column 4: undefined entity");
+  EXPECT_EQ(syntaxError("<a>\xFF</a>"),
+            "1:4 XML error at line 1, column 4: not well-formed (invalid token)");
+  EXPECT_EQ(syntaxError("<a/><b/>"),
+            "1:5 XML error at line 1, column 5: junk after document element");
+  Events events;
+  EXPECT_EQ(syntaxError("<a><b>text</b><c></a>", &events),
+            "1:20 XML error at line 1, column 20: mismatched tag");
+  EXPECT_EQ(events, (Events{"start a", "start b", "text text", "end b", "start c"}));
+}
+
+struct CallbackFault : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Catches: an exception of the callback or of the reader swallowed, turned into another, or
+// leaking the parser's state (ASan's leak check), events delivered after it, and a parser
+// that cannot be used again afterwards.
+TEST(XMLParser, ExceptionsFromTheCallbackOrTheReaderPassThroughAndStopTheParse) {
+  // Throws from the second start tag, once.
+  class FailingCallback : public Recorder {
+   public:
+    void notifyStartElement(const char* name, const char** attributes) override {
+      if (++starts_ == 2) throw CallbackFault(std::string("refused ") + name);
+      Recorder::notifyStartElement(name, attributes);
+    }
+
+   private:
+    int starts_ = 0;
+  } callback;
+  XMLParser parser(&callback);
+  io::MemoryReader reader("<a><b/><c/><d/></a>");
+  reader.open();
+  try {
+    parser.parseDocument(&reader);
+    FAIL() << "no exception";
+  } catch (const CallbackFault& fault) {
+    EXPECT_STREQ(fault.what(), "refused b");
+  }
+  // Expat delivers the end of the self-closing <b/> after the stop; it must not arrive.
+  EXPECT_EQ(callback.events, (Events{"start a"}));
+  callback.events.clear();
+  reader.open();
+  parser.parseDocument(&reader);
+  EXPECT_EQ(callback.events.size(), 8u);
+
+  class FailingReader : public io::MemoryReader {
+   public:
+    using MemoryReader::MemoryReader;
+    unsigned read(void* buffer, unsigned size) override {
+      if (reads_++ == 1) throw CallbackFault("disk went away");
+      return MemoryReader::read(buffer, std::min(size, 4u));
+    }
+
+   private:
+    int reads_ = 0;
+  } failing("<a><b/></a>");
+  failing.open();
+  EXPECT_THROW(parser.parseDocument(&failing), CallbackFault);
+}
+
+// A serializer writing into memory; text() detaches and returns what was written.
+class Document {
+ public:
+  Document() : serializer(KPLUUID()) {
+    writer.open();
+    serializer.attach(&writer);
+  }
+  std::string text() {
+    serializer.detach();
+    return writer.bytes();
+  }
+
+  io::MemoryWriter writer;
+  XMLSerializer serializer;
+};
+
+// Catches: children not on lines of their own, wrong indentation, empty elements not closed
+// as <x/>, whitespace added inside an element that has text, and an indentation already
+// written for a child taken back when text follows it.
+TEST(XMLSerializer, ChildrenGoOnTheirOwnLinesUnlessTheParentHasText) {
+  Document doc;
+  XMLSerializer& s = doc.serializer;
+  s.emitXMLHeader();
+  s.startElement(L"root");
+  s.addAttribute(L"a", L"1");
+  s.startElement(L"name");
+  s.characters(L"text");
+  s.endElement();
+  s.startElement(L"group");
+  s.startElement(L"leaf");
+  s.endElement();
+  s.startElement(L"leaf");
+  s.addAttribute(L"b", L"2");
+  s.endElement();
+  s.endElement();
+  s.startElement(L"empty");
+  s.characters(L"");  // no text: still empty
+  s.endElement();
+  // Indentation before a child is decided when the child starts: text that comes only after
+  // it cannot take back the line break already written. Documented in the header.
+  s.startElement(L"p");
+  s.startElement(L"b");
+  s.endElement();
+  s.characters(L"tail");
+  s.endElement();
+  // No whitespace is added inside an element that has text: it would change the text.
+  s.startElement(L"p");
+  s.characters(L"Hello ");
+  s.startElement(L"b");
+  s.startElement(L"i");
+  s.characters(L"bold");
+  s.endElement();
+  s.startElement(L"br");
+  s.endElement();
+  s.endElement();
+  s.characters(L" world");
+  s.endElement();
+  s.endElement();
+  EXPECT_EQ(doc.text(),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<root a=\"1\">\n"
+            "  <name>text</name>\n"
+            "  <group>\n"
+            "    <leaf/>\n"
+            "    <leaf b=\"2\"/>\n"
+            "  </group>\n"
+            "  <empty/>\n"
+            "  <p>\n"
+            "    <b/>tail</p>\n"
+            "  <p>Hello <b><i>bold</i><br/></b> world</p>\n"
+            "</root>\n");
+}
+
+// Catches: markup characters, line ends or characters past the BMP that do not come back
+// from the parser as written, in attribute values and in text; and characters XML 1.0
+// cannot carry written as they are (U+FFFD instead), making a document no parser reads.
+TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
+  const wchar_t* samples[] = {
+      L"&<>\"'",
+      L"]]> and <![CDATA[",
+      L"tab\there\nnewline\r\ncrlf\rcr",
+      L"  leading and trailing  ",
+      L"caf\u00E9 \u20AC \U0001F600 \uFFFD \U0010FFFF",
+      L"&amp; is not unescaped twice",
+  };
+  for (const wchar_t* sample : samples) {
+    Document doc;
+    doc.serializer.startElement(L"v");
+    doc.serializer.addAttribute(L"value", sample);
+    doc.serializer.characters(sample);
+    doc.serializer.endElement();
+    std::string text = doc.text();
+    std::string expected = string::StringAlgorithm::UTF8Encode(string::WideString(sample));
+    EXPECT_EQ(parse(text), (Events{"start v value=" + expected, "text " + expected, "end v"}))
+        << text;
+  }
+  const wchar_t bad[] = {L'a', 0x1, 0x0, 0xB, 0xD800, 0xFFFE, 0xFFFF, 0x110000, L'z'};
+  Document doc;
+  doc.serializer.startElement(L"v");
+  doc.serializer.characters(bad, sizeof(bad) / sizeof(bad[0]));
+  doc.serializer.endElement();
+  std::string expected = "text a";
+  for (int i = 0; i < 7; ++i)
+    expected += "\xEF\xBF\xBD";
+  EXPECT_EQ(parse(doc.text()), (Events{"start v", expected + "z", "end v"}));
+}
+
+// Catches: output held back past a flush, a detach or a full buffer (a large document would
+// sit in memory), and a writer's failure not reaching the caller.
+TEST(XMLSerializer, OutputReachesTheWriterAtFlushDetachOrWhenTheBufferIsLarge) {
+  io::MemoryWriter writer;
+  writer.open();
+  XMLSerializer s{KPLUUID()};
+  s.attach(&writer);
+  s.startElement(L"root");
+  s.startElement(L"a");
+  s.endElement();
+  EXPECT_EQ(writer.bytes(), "");  // buffered
+  s.startElement(L"b");
+  s.endElement(true);
+  EXPECT_EQ(writer.bytes(), "<root>\n  <a/>\n  <b/>");
+
+  std::wstring large(100000, L'x');
+  s.startElement(L"big");
+  s.characters(large.c_str());
+  EXPECT_GE(writer.bytes().size(), 100000u);  // pushed out without waiting for detach
+  s.endElement();
+  s.endElement();
+  s.detach();
+  EXPECT_EQ(writer.bytes().substr(writer.bytes().size() - 15), "</big>\n</root>\n");
+
+  io::FileWriter full("/dev/full");
+  ASSERT_TRUE(full.open());
+  XMLSerializer onFullDisk{KPLUUID()};
+  onFullDisk.attach(&full);
+  onFullDisk.startElement(L"root");
+  // The serializer's own buffer and then the file's stream buffer fill; the disk refuses.
+  EXPECT_THROW(
+      {
+        onFullDisk.characters(std::wstring(200000, L'y').c_str());
+        onFullDisk.endElement();
+        onFullDisk.detach();
+        full.close();
+      },
+      Exception);
+}
+
+// Catches: misuse writing broken XML instead of throwing.
+TEST(XMLSerializer, MisuseThrowsInsteadOfWritingBrokenXML) {
+  Document doc;
+  XMLSerializer& s = doc.serializer;
+  EXPECT_THROW(s.endElement(), Exception);
+  EXPECT_THROW(s.characters(L"loose text"), Exception);
+  EXPECT_THROW(s.addAttribute(L"a", L"1"), Exception);
+  EXPECT_THROW(s.startElement(L""), Exception);
+  s.startElement(L"e");
+  EXPECT_THROW(s.addAttribute(nullptr, L"1"), Exception);
+  s.characters(L"content");
+  EXPECT_THROW(s.addAttribute(L"late", L"1"), Exception);
+  s.endElement();
+  EXPECT_EQ(doc.text(), "<e>content</e>\n");
+}
+
+}  // namespace
+}  // namespace kestrine::platform::core::xml
