@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -15,9 +15,25 @@
 namespace kestrine::platform::core::storage::datastore {
 namespace {
 
-class DataStoreConformance : public ::testing::TestWithParam<StoreFactory> {
+// The parameter names the implementation: "Memory", or "Lmdb" on a fresh file of its own.
+class DataStoreConformance : public ::testing::TestWithParam<std::string> {
  protected:
-  void SetUp() override { store_ = GetParam().make(); }
+  void SetUp() override {
+    if (GetParam() == "Memory") store_ = std::make_unique<MemoryDataStore>();
+    reopen();
+  }
+
+  // Closes a store file and opens it again; a memory store stays as it is.
+  void reopen() {
+    if (GetParam() == "Memory") return;
+    store_.reset();
+    store_ = std::make_unique<LmdbDataStore>(directory_.directory() + "/store");
+  }
+
+  unsigned records() {
+    if (GetParam() == "Memory") return static_cast<MemoryDataStore&>(*store_).records();
+    return static_cast<LmdbDataStore&>(*store_).records();
+  }
 
   std::string readAll(unsigned offset) {
     std::string bytes(store_->size(offset), '\0');
@@ -26,50 +42,77 @@ class DataStoreConformance : public ::testing::TestWithParam<StoreFactory> {
     return bytes;
   }
 
+  unsigned createText(const std::string& text) {
+    return store_->create(text.data(), static_cast<unsigned>(text.size()));
+  }
+
+  TemporaryDirectory directory_;  // outlives the store in it
   std::unique_ptr<IDataStore> store_;
 };
 
+// Catches: a fresh store that is not empty, a first record elsewhere than at 0 (where the
+// root is looked for), used() back at 0 once records were freed, and a version not kept.
 TEST_P(DataStoreConformance, FreshStoreIsEmptyAndFirstRecordIsAtZero) {
   EXPECT_EQ(store_->used(), 0u);
   EXPECT_EQ(store_->version(), 0u);
   EXPECT_EQ(store_->create("root", 4), 0u);
   EXPECT_GT(store_->used(), 0u);
   EXPECT_EQ(readAll(0), "root");
-}
-
-TEST_P(DataStoreConformance, UsedStaysNonZeroAfterEverythingIsFreed) {
-  unsigned offset = store_->create("x", 1);
-  store_->free(offset);
+  store_->free(0);
   EXPECT_GT(store_->used(), 0u);
+  store_->version(7);
+  EXPECT_EQ(store_->version(), 7u);
+  store_->complete();
+  EXPECT_EQ(store_->version(), 7u);
 }
 
-TEST_P(DataStoreConformance, MissingRecordsReadAsNothing) {
+// Catches: freed offsets handed out again in another order than last-freed first, and for a
+// file, state kept only in memory (records, free list, used(), version) and lost at a reopen.
+TEST_P(DataStoreConformance, ReopeningKeepsRecordsFreeListUsedAndVersion) {
+  for (int i = 0; i < 10; ++i)
+    createText("record " + std::to_string(i));
+  for (unsigned offset : {3u, 7u, 5u})
+    store_->free(offset);
+  store_->append(2, "+tail", 5);
+  store_->version(5);
+  unsigned long long used = store_->used();
+  reopen();
+  EXPECT_EQ(store_->version(), 5u);
+  EXPECT_EQ(records(), 7u);
+  EXPECT_EQ(store_->used(), used);
+  EXPECT_EQ(readAll(2), "record 2+tail");
+  EXPECT_EQ(readAll(9), "record 9");
+  EXPECT_EQ(store_->size(7), 0u);
+  for (unsigned expected : {5u, 7u, 3u, 10u})
+    EXPECT_EQ(createText("again"), expected);
+}
+
+// Catches: a missing or freed record read as something, or written to instead of refused;
+// and a second free doing harm.
+TEST_P(DataStoreConformance, MissingRecordsReadAsNothingAndRefuseWrites) {
   unsigned offset = store_->create("abc", 3);
   char byte = 'z';
   EXPECT_EQ(store_->size(IDataStore::BADOFF), 0u);
   EXPECT_EQ(store_->read(IDataStore::BADOFF, &byte, 1), 0u);
   EXPECT_EQ(store_->size(offset + 1000), 0u);
+  EXPECT_THROW(store_->write(offset + 1, "x", 1, true), core::Exception);
+  EXPECT_THROW(store_->append(IDataStore::BADOFF, "x", 1), core::Exception);
+  unsigned long long used = store_->used();
   store_->free(offset);
   EXPECT_EQ(store_->size(offset), 0u);
   EXPECT_EQ(store_->read(offset, &byte, 0xFFFFFFFF), 0u);
   EXPECT_EQ(byte, 'z');
   store_->free(offset);  // freeing twice does nothing
   store_->free(IDataStore::BADOFF);
-}
-
-TEST_P(DataStoreConformance, WritingToAMissingRecordThrowsAndChangesNothing) {
-  unsigned offset = store_->create("abc", 3);
-  unsigned long long used = store_->used();
-  EXPECT_THROW(store_->write(offset + 1, "x", 1, true), core::Exception);
-  EXPECT_THROW(store_->append(IDataStore::BADOFF, "x", 1), core::Exception);
-  store_->free(offset);
   EXPECT_THROW(store_->write(offset, "x", 1, true), core::Exception);
   EXPECT_THROW(store_->append(offset, "x", 1), core::Exception);
   EXPECT_EQ(store_->size(offset), 0u);
   EXPECT_LE(store_->used(), used);
 }
 
-TEST_P(DataStoreConformance, WriteReplacesTheWholeRecord) {
+// Catches: a write that keeps part of the old bytes, an append that overwrites, zero-length
+// records treated as missing, and a read past its maximum.
+TEST_P(DataStoreConformance, RecordsAreReplacedGrownAndReadUpToAMaximum) {
   unsigned offset = store_->create("hello", 5);
   store_->write(offset, "hi", 2, true);
   EXPECT_EQ(readAll(offset), "hi");
@@ -77,54 +120,42 @@ TEST_P(DataStoreConformance, WriteReplacesTheWholeRecord) {
   EXPECT_EQ(readAll(offset), "a longer record");
   store_->write(offset, "", 0, true);
   EXPECT_EQ(store_->size(offset), 0u);
-}
+  store_->append(offset, "\x01\0", 2);
+  store_->append(offset, "\x02\0", 2);
+  EXPECT_EQ(readAll(offset), std::string("\x01\0\x02\0", 4));
 
-TEST_P(DataStoreConformance, AppendGrowsTheRecord) {
-  unsigned offset = store_->create("\x03\0\0\0", 4);
-  store_->append(offset, "\x01\0\0\0", 4);
-  store_->append(offset, "\x02\0\0\0", 4);
-  EXPECT_EQ(readAll(offset), std::string("\x03\0\0\0\x01\0\0\0\x02\0\0\0", 12));
-}
-
-TEST_P(DataStoreConformance, ReadStopsAtMaximum) {
-  unsigned offset = store_->create("abcdef", 6);
+  unsigned empty = store_->create(nullptr, 0);
+  EXPECT_NE(empty, IDataStore::BADOFF);
+  EXPECT_EQ(store_->size(empty), 0u);
+  store_->append(empty, "abcdef", 6);
   char buffer[8] = {};
-  EXPECT_EQ(store_->read(offset, buffer, 1), 1u);
+  EXPECT_EQ(store_->read(empty, buffer, 1), 1u);
   EXPECT_EQ(std::string(buffer), "a");
-  EXPECT_EQ(store_->read(offset, buffer, 100), 6u);
+  EXPECT_EQ(store_->read(empty, buffer, 100), 6u);
   EXPECT_EQ(std::string(buffer, 6), "abcdef");
 }
 
+// Catches: an offset given twice, or a record moved or changed when others are freed.
 TEST_P(DataStoreConformance, OffsetsAreDistinctAndStableWhileOthersAreFreed) {
   std::vector<unsigned> offsets;
   for (int i = 0; i < 100; ++i) {
     std::string value = "record " + std::to_string(i);
     offsets.push_back(store_->create(value.data(), static_cast<unsigned>(value.size())));
   }
-  for (int i = 0; i < 100; i += 2) store_->free(offsets[i]);
+  for (int i = 0; i < 100; i += 2)
+    store_->free(offsets[i]);
   for (int i = 0; i < 50; ++i) {
     unsigned offset = store_->create("new", 3);
     EXPECT_NE(offset, IDataStore::BADOFF);
-    for (int j = 1; j < 100; j += 2) EXPECT_NE(offset, offsets[j]);
+    for (int j = 1; j < 100; j += 2)
+      EXPECT_NE(offset, offsets[j]);
   }
-  for (int i = 1; i < 100; i += 2) EXPECT_EQ(readAll(offsets[i]), "record " + std::to_string(i));
+  for (int i = 1; i < 100; i += 2)
+    EXPECT_EQ(readAll(offsets[i]), "record " + std::to_string(i));
 }
 
-TEST_P(DataStoreConformance, ZeroLengthRecordsExist) {
-  unsigned offset = store_->create(nullptr, 0);
-  EXPECT_NE(offset, IDataStore::BADOFF);
-  EXPECT_EQ(store_->size(offset), 0u);
-  store_->append(offset, "ab", 2);
-  EXPECT_EQ(readAll(offset), "ab");
-}
-
-TEST_P(DataStoreConformance, VersionIsKept) {
-  store_->version(7);
-  EXPECT_EQ(store_->version(), 7u);
-  store_->complete();
-  EXPECT_EQ(store_->version(), 7u);
-}
-
+// Catches: a lock that deadlocks its own thread when taken again, or lets another thread in
+// before the outermost hold is released.
 TEST_P(DataStoreConformance, LockIsReentrantForOneThreadAndExcludesOthers) {
   std::unique_ptr<IDataStore::ILock> outer(store_->lock());
   std::unique_ptr<IDataStore::ILock> inner(store_->lock());
@@ -143,43 +174,58 @@ TEST_P(DataStoreConformance, LockIsReentrantForOneThreadAndExcludesOthers) {
   EXPECT_TRUE(acquired.load());
 }
 
-TEST_P(DataStoreConformance, OperationsAreSafeFromManyThreadsWithoutTheLock) {
-  // Four writers each keep their own records while a reader walks offset 0 all along.
-  unsigned shared = store_->create("shared", 6);
-  std::atomic<bool> failed{false};
+// Catches: races between threads inside the store (run it under ThreadSanitizer too): records
+// torn, lost or given to two threads, whether or not they hold the lock; and for a file,
+// work of threads without the lock getting lost or torn at commits made by others.
+TEST_P(DataStoreConformance, ThreadsWithAndWithoutTheLockKeepTheirRecords) {
+  constexpr int kThreads = 4;
+  std::vector<std::map<unsigned, std::string>> kept(kThreads);
+  std::atomic<bool> done{false};
+  std::thread committer([&] {
+    while (!done) {
+      store_->complete();
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  });
   std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
+  for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      std::vector<unsigned> mine;
-      for (int i = 0; i < 300; ++i) {
-        std::string value = std::to_string(t) + ":" + std::to_string(i);
-        mine.push_back(store_->create(value.data(), static_cast<unsigned>(value.size())));
-        if (i % 3 == 0) store_->append(mine.back(), "+", 1);
-        if (i % 5 == 0) {
-          store_->free(mine.front());
+      std::map<unsigned, std::string>& mine = kept[t];
+      for (int i = 0; i < 400; ++i) {
+        std::unique_ptr<IDataStore::ILock> lock(i % 2 == t % 2 ? store_->lock() : nullptr);
+        std::string text = std::to_string(t) + "/" + std::to_string(i);
+        unsigned offset = createText(text);
+        EXPECT_TRUE(mine.emplace(offset, text).second) << "offset given twice";
+        if (i % 3 == 0) {
+          store_->append(offset, "+", 1);
+          mine[offset] += "+";
+        }
+        if (i % 4 == 0 && mine.size() > 1) {
+          store_->free(mine.begin()->first);
           mine.erase(mine.begin());
         }
-      }
-      for (unsigned offset : mine) {
-        std::string bytes(store_->size(offset), '\0');
-        store_->read(offset, bytes.data(), 0xFFFFFFFF);
-        if (bytes.rfind(std::to_string(t) + ":", 0) != 0) failed = true;
+        auto other = mine.rbegin();
+        EXPECT_EQ(readAll(other->first), other->second);
       }
     });
   }
-  threads.emplace_back([&] {
-    for (int i = 0; i < 2000; ++i) {
-      char buffer[6];
-      if (store_->read(shared, buffer, 6) != 6 || std::string(buffer, 6) != "shared") failed = true;
-    }
-  });
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_FALSE(failed.load());
+  for (std::thread& thread : threads)
+    thread.join();
+  done = true;
+  committer.join();
+  reopen();
+  unsigned count = 0;
+  for (const auto& mine : kept) {
+    count += static_cast<unsigned>(mine.size());
+    for (const auto& [offset, text] : mine)
+      ASSERT_EQ(readAll(offset), text);
+  }
+  EXPECT_EQ(records(), count);
 }
 
-INSTANTIATE_TEST_SUITE_P(Stores, DataStoreConformance, ::testing::ValuesIn(allStoreFactories()),
-                         [](const ::testing::TestParamInfo<StoreFactory>& info) {
-                           return info.param.name;
+INSTANTIATE_TEST_SUITE_P(Stores, DataStoreConformance, ::testing::Values("Memory", "Lmdb"),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                           return info.param;
                          });
 
 }  // namespace

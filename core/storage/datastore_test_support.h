@@ -3,14 +3,10 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <vector>
 
-#include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {
@@ -42,20 +38,6 @@ class ScratchLmdbDataStore : private TemporaryDirectory, public LmdbDataStore {
  public:
   ScratchLmdbDataStore() : LmdbDataStore(directory() + "/store") {}
 };
-
-// Makes a fresh, empty store of one implementation for the conformance suite.
-struct StoreFactory {
-  std::string name;
-  std::function<std::unique_ptr<IDataStore>()> make;
-};
-
-// Every store implementation the suite runs against.
-inline std::vector<StoreFactory> allStoreFactories() {
-  return {
-      {"Memory", [] { return std::unique_ptr<IDataStore>(new MemoryDataStore); }},
-      {"Lmdb", [] { return std::unique_ptr<IDataStore>(new ScratchLmdbDataStore); }},
-  };
-}
 
 }  // namespace kestrine::platform::core::storage::datastore
 

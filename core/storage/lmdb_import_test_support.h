@@ -9,17 +9,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <map>
 #include <set>
 #include <string>
 #include <thread>
 
 #include "core/storage/datastore_test_support.h"
-#include "kestrine/platform/core/io.h"
-#include "kestrine/platform/core/xml.h"
 #include "tools/kmeta/generated_document.h"
 #include "tools/kmeta/kmeta_process.h"
 
@@ -42,61 +37,21 @@ inline std::string writeGeneration(const std::string& directory, unsigned genera
 // The generations an exported document holds. Adds a test failure for a generation that is
 // not whole: fewer or more than `parts` parts, or a part stamped with another generation.
 inline std::set<unsigned> generationsIn(const std::string& exported, unsigned parts) {
-  // Counts, per "gen_<k>" group, the parts and the stamps that name k.
-  class Counter : public xml::XMLCallback {
-   public:
-    std::map<unsigned, unsigned> parts, stamps;
-
-    void notifyStartElement(const char* name, const char** attributes) override {
-      ++depth_;
-      const char* id =
-          attributes[0] != nullptr && std::strcmp(attributes[0], "name") == 0 ? attributes[1] : "";
-      if (depth_ == 2 && std::strncmp(id, "gen_", 4) == 0) {
-        group_ = static_cast<unsigned>(std::strtoul(id + 4, nullptr, 10));
-        parts[group_] += 0;
-      }
-      if (depth_ == 3) ++parts[group_];
-      inStamp_ = depth_ == 4 && std::strcmp(id, "stamp") == 0;
-      text_.clear();
-    }
-    void notifyEndElement(const char*) override {
-      if (inStamp_ && std::strtoul(text_.c_str(), nullptr, 10) == group_) ++stamps[group_];
-      inStamp_ = false;
-      --depth_;
-    }
-    void notifyStartNamespace(const char*, const char*) override {}
-    void notifyEndNamespace(const char*) override {}
-    void notifyCharacterData(const char* data, int length) override { text_.append(data, length); }
-
-   private:
-    int depth_ = 0;
-    unsigned group_ = 0;
-    bool inStamp_ = false;
-    std::string text_;
-  };
-
-  Counter counter;
-  io::MemoryReader reader(exported);
-  reader.open();
-  try {
-    xml::XMLParser(&counter).parseDocument(&reader);
-  } catch (const std::exception& error) {
-    ADD_FAILURE() << "the export is not a document: " << error.what();
-  }
+  const std::string group = "<group name=\"gen_", stamp = "<int32 name=\"stamp\">";
   std::set<unsigned> generations;
-  for (const auto& [generation, count] : counter.parts) {
-    EXPECT_EQ(count, parts) << "generation " << generation << " holds another number of parts";
-    EXPECT_EQ(counter.stamps[generation], parts) << "generation " << generation << " is mixed";
+  for (auto at = exported.find(group); at != std::string::npos; at = exported.find(group, at + 1)) {
+    unsigned generation = std::stoul(exported.substr(at + group.size(), 12));
+    std::string body = exported.substr(at, exported.find("</group>", at) - at);
+    unsigned nodes = 0, stamps = 0;
+    for (auto node = body.find("<node "); node != std::string::npos;
+         node = body.find("<node ", node + 1))
+      ++nodes;
+    for (auto s = body.find(stamp); s != std::string::npos; s = body.find(stamp, s + 1), ++stamps)
+      EXPECT_EQ(std::stoul(body.substr(s + stamp.size(), 12)), generation) << "a mixed generation";
+    EXPECT_EQ(nodes, parts) << "generation " << generation << " holds another number of parts";
+    EXPECT_EQ(stamps, parts) << "generation " << generation << " holds another number of stamps";
     generations.insert(generation);
   }
-  return generations;
-}
-
-// {1, ..., last}.
-inline std::set<unsigned> firstGenerations(unsigned last) {
-  std::set<unsigned> generations;
-  for (unsigned g = 1; g <= last; ++g)
-    generations.insert(g);
   return generations;
 }
 
@@ -129,7 +84,8 @@ inline void exportWhileAnotherProcessImports(int seconds) {
     ASSERT_EQ(run.status, 0) << run.err;
     std::set<unsigned> seen = generationsIn(run.out, kParts);
     unsigned newest = seen.empty() ? 0 : *seen.rbegin();
-    EXPECT_EQ(seen, firstGenerations(newest)) << "export " << exports;
+    EXPECT_TRUE(seen.empty() || (*seen.begin() == 1 && seen.size() == newest))
+        << "export " << exports << " misses a generation";
     EXPECT_GE(newest, before) << "an export missed a finished import";
     EXPECT_LE(newest, after + 1) << "an export saw an import that had not begun";
     EXPECT_GE(newest, last) << "an export went back in time";
