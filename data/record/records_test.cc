@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -24,6 +26,23 @@ std::string stored(IDataStore& store, unsigned offset) {
   return bytes;
 }
 
+// The stored bytes of a record in hex, for comparing a whole layout at once.
+std::string hex(IDataStore& store, unsigned offset) {
+  std::string text;
+  char digits[3];
+  for (unsigned char byte : stored(store, offset)) {
+    std::snprintf(digits, sizeof digits, "%02x", byte);
+    text += digits;
+  }
+  return text;
+}
+
+// `fields` without the blanks that set the fields apart for the reader.
+std::string packed(std::string fields) {
+  fields.erase(std::remove(fields.begin(), fields.end(), ' '), fields.end());
+  return fields;
+}
+
 std::uint32_t u32(const std::string& bytes, unsigned at) {
   return std::uint32_t(std::uint8_t(bytes[at])) | std::uint32_t(std::uint8_t(bytes[at + 1])) << 8 |
          std::uint32_t(std::uint8_t(bytes[at + 2])) << 16 |
@@ -34,66 +53,43 @@ std::string wide(const wchar_t* text) {
   return std::string(reinterpret_cast<const char*>(text), (std::wcslen(text) + 1) * 4);
 }
 
-TEST(RecordLayout, RootNamedRootIs44Bytes) {
+// Catches: any change to the stored layouts of the fresh records, which files written by
+// earlier versions hold. Fields: kind; parent, reference count and locale table (the entity
+// header); flags; then each kind's own fields, the array lengths, reserved bytes and the name
+// in UTF-32 with its terminator.
+TEST(RecordLayout, FreshRecordsAreStoredByteForByte) {
   MemoryDataStore store;
   Root root(&store, L"root");
-  std::string bytes = stored(store, root.offset());
-  ASSERT_EQ(bytes.size(), 44u);
-  EXPECT_EQ(bytes[0], kRoot);
-  EXPECT_EQ(u32(bytes, 1), IDataStore::BADOFF);  // parent
-  EXPECT_EQ(u32(bytes, 5), 0u);                  // reference count
-  EXPECT_EQ(u32(bytes, 9), IDataStore::BADOFF);  // locale table
-  EXPECT_EQ(bytes[13], 0);                       // flags
-  EXPECT_EQ(u32(bytes, 14), IDataStore::BADOFF);  // children
-  EXPECT_EQ(u32(bytes, 18), 20u);                 // name length 4k + 4
-  EXPECT_EQ(bytes.substr(22, 2), std::string(2, '\0'));
-  EXPECT_EQ(bytes.substr(24), wide(L"root"));
+  EXPECT_EQ(store.size(root.offset()), 44u);
+  EXPECT_EQ(hex(store, root.offset()),
+            packed("00 ffffffff 00000000 ffffffff 00 ffffffff 14000000 0000"
+                   "72000000 6f000000 6f000000 74000000 00000000"));
   EXPECT_EQ(root.name().wstring(), L"root");
-}
 
-TEST(RecordLayout, FreshPrimitiveNamedAIs52BytesWithItsNameAt44) {
-  MemoryDataStore store;
+  // reserved, units, value type, value locale, name, base and values lengths, 2 reserved.
   Primitive primitive(&store, 12, L"a");
-  std::string bytes = stored(store, primitive.offset());
-  ASSERT_EQ(bytes.size(), 52u);
-  EXPECT_EQ(bytes[0], kPrimitive);
-  EXPECT_EQ(u32(bytes, 14), 0u);  // reserved
-  EXPECT_EQ(u32(bytes, 18), 0u);  // units
-  EXPECT_EQ(u32(bytes, 22), 12u);  // value type
-  EXPECT_EQ(u32(bytes, 26), 0u);   // value locale
-  EXPECT_EQ(u32(bytes, 30), 8u);   // name
-  EXPECT_EQ(u32(bytes, 34), 0u);   // base
-  EXPECT_EQ(u32(bytes, 38), 0u);   // values
-  EXPECT_EQ(bytes.substr(44), wide(L"a"));
-}
+  EXPECT_EQ(store.size(primitive.offset()), 52u);
+  EXPECT_EQ(hex(store, primitive.offset()),
+            packed("01 ffffffff 00000000 ffffffff 00 00000000 00000000 0c000000 00000000"
+                   "08000000 00000000 00000000 0000 61000000 00000000"));
 
-TEST(RecordLayout, TableAndContainerFixedParts) {
-  MemoryDataStore store;
+  // children, units, defaults, name and base lengths, 2 reserved.
   Table table(&store, L"tab");
-  std::string t = stored(store, table.offset());
-  ASSERT_EQ(t.size(), 40u + 12u);
-  EXPECT_EQ(t[0], kTable);
-  EXPECT_EQ(u32(t, 14), IDataStore::BADOFF);  // children
-  EXPECT_EQ(u32(t, 18), 0u);                  // units
-  EXPECT_EQ(u32(t, 22), IDataStore::BADOFF);  // defaults
-  EXPECT_EQ(u32(t, 26), 16u);
-  EXPECT_EQ(u32(t, 30), 0u);
-  EXPECT_EQ(t.substr(36), wide(L"tab"));
+  EXPECT_EQ(hex(store, table.offset()),
+            packed("02 ffffffff 00000000 ffffffff 00 ffffffff 00000000 ffffffff 10000000"
+                   "00000000 0000 74000000 61000000 62000000 00000000"));
 
+  // children, container kind, name, base and info lengths, 1 reserved.
   Container container(&store, L"node");
-  std::string c = stored(store, container.offset());
-  ASSERT_EQ(c.size(), 36u + 16u);
-  EXPECT_EQ(c[0], kContainer);
-  EXPECT_EQ(u32(c, 14), IDataStore::BADOFF);
-  EXPECT_EQ(c[18], 0);  // container kind
-  EXPECT_EQ(u32(c, 19), 20u);
-  EXPECT_EQ(u32(c, 23), 0u);
-  EXPECT_EQ(u32(c, 27), 0u);
-  EXPECT_EQ(c[31], 0);
-  EXPECT_EQ(c.substr(32), wide(L"node"));
+  EXPECT_EQ(hex(store, container.offset()),
+            packed("04 ffffffff 00000000 ffffffff 00 ffffffff 00 14000000 00000000 00000000"
+                   "00 6e000000 6f000000 64000000 65000000 00000000"));
 }
 
-TEST(RecordArrays, ReplacingTheValueLocaleMovesTheLaterArrays) {
+// Catches: arrays after a replaced or cleared one left in place (and so read from the wrong
+// offset), the record not shortened, and a name stored with room to spare read past its
+// terminator.
+TEST(RecordArrays, ReplacingAnArrayMovesTheLaterOnes) {
   MemoryDataStore store;
   Primitive primitive(&store, 3, L"a");
   primitive.string(Primitive::kBase, L"schema");
@@ -108,10 +104,7 @@ TEST(RecordArrays, ReplacingTheValueLocaleMovesTheLaterArrays) {
   EXPECT_EQ(bytes.substr(92), std::string("\1\2\3"));
   EXPECT_EQ(primitive.name().wstring(), L"a");
   EXPECT_EQ(primitive.string(Primitive::kBase).wstring(), L"schema");
-}
 
-TEST(RecordArrays, ClearingAnArrayShortensTheRecordByItsLength) {
-  MemoryDataStore store;
   Container container(&store, L"c");
   container.string(Container::kInfo, L"some info");
   unsigned before = store.size(container.offset());
@@ -119,11 +112,8 @@ TEST(RecordArrays, ClearingAnArrayShortensTheRecordByItsLength) {
   EXPECT_EQ(store.size(container.offset()), before - 40);
   EXPECT_TRUE(container.string(Container::kInfo).empty());
   EXPECT_EQ(container.name().wstring(), L"c");
-}
 
-TEST(RecordArrays, LongerNameArraysKeepLaterArraysInPlace) {
   // A name stored with room to spare (as renaming does) is read up to its terminator.
-  MemoryDataStore store;
   Table table(&store, L"t");
   table.string(Table::kBase, L"base");
   table.name(L"renamed", 64);
@@ -133,6 +123,8 @@ TEST(RecordArrays, LongerNameArraysKeepLaterArraysInPlace) {
   EXPECT_EQ(loaded.string(Table::kBase).wstring(), L"base");
 }
 
+// Catches: a reference count kept in memory only, or guarded against underflow, which
+// the stored files never were.
 TEST(RecordEntity, ReferenceCountsAreWrittenAtOnce) {
   MemoryDataStore store;
   Root root(&store, L"r");
@@ -145,54 +137,47 @@ TEST(RecordEntity, ReferenceCountsAreWrittenAtOnce) {
   EXPECT_EQ(u32(stored(store, root.offset()), 5), 0xFFFFFFFFu);
 }
 
-TEST(RecordOffsets, FreshListAndAdd) {
+// Catches: a wrong list layout, set() past the end not filling with zeros, removals taking
+// more than the first match or writing when they find nothing, and a list read from BADOFF
+// that is not empty.
+TEST(RecordOffsets, EditsAreStoredAtOnceWithTheirEdgeCases) {
   MemoryDataStore store;
   Offsets list(&store);
-  EXPECT_EQ(store.size(list.offset()), 4u);
-  EXPECT_EQ(list.items(), 0u);
+  EXPECT_EQ(stored(store, list.offset()), std::string("\x03\0\0\0", 4));
   list.add(7);
   list.add(9);
-  std::string bytes = stored(store, list.offset());
-  EXPECT_EQ(bytes, std::string("\x03\0\0\0\x07\0\0\0\x09\0\0\0", 12));
-}
+  EXPECT_EQ(stored(store, list.offset()), std::string("\x03\0\0\0\x07\0\0\0\x09\0\0\0", 12));
 
-TEST(RecordOffsets, SetPastTheEndFillsWithZeros) {
-  MemoryDataStore store;
-  Offsets list(&store);
-  list.set(5, 42);
-  Offsets loaded(&store, list.offset());
+  Offsets sparse(&store);
+  sparse.set(5, 42);
+  Offsets loaded(&store, sparse.offset());
   ASSERT_EQ(loaded.items(), 6u);
-  for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(loaded.get(i), 0u);
+  for (unsigned i = 0; i < 5; ++i)
+    EXPECT_EQ(loaded.get(i), 0u);
   EXPECT_EQ(loaded.get(5), 42u);
-  list.set(2, 8);
-  EXPECT_EQ(Offsets(&store, list.offset()).get(2), 8u);
-}
+  sparse.set(2, 8);
+  EXPECT_EQ(Offsets(&store, sparse.offset()).get(2), 8u);
 
-TEST(RecordOffsets, RemovalsTakeOnlyTheFirstMatch) {
-  MemoryDataStore store;
-  Offsets list(&store);
-  for (unsigned v : {1u, 2u, 3u, 2u}) list.add(v);
+  for (unsigned v : {2u, 3u, 2u})
+    list.add(v);  // 7 9 2 3 2
   EXPECT_TRUE(list.removeVal(2));
-  Offsets loaded(&store, list.offset());
-  ASSERT_EQ(loaded.items(), 3u);
-  EXPECT_EQ(loaded.get(0), 1u);
-  EXPECT_EQ(loaded.get(1), 3u);
-  EXPECT_EQ(loaded.get(2), 2u);
+  EXPECT_EQ(stored(store, list.offset()).substr(4),
+            std::string("\x07\0\0\0\x09\0\0\0\x03\0\0\0\x02\0\0\0", 16));
   EXPECT_FALSE(list.removeVal(5));
   std::string before = stored(store, list.offset());
-  EXPECT_FALSE(list.removeIndex(3));
+  EXPECT_FALSE(list.removeIndex(4));
   EXPECT_EQ(stored(store, list.offset()), before);
   EXPECT_TRUE(list.removeIndex(0));
-  EXPECT_EQ(Offsets(&store, list.offset()).get(0), 3u);
-}
+  EXPECT_EQ(Offsets(&store, list.offset()).get(0), 9u);
+  EXPECT_EQ(Offsets(&store, list.offset()).items(), 3u);
 
-TEST(RecordOffsets, ListLoadedFromBadoffIsEmpty) {
-  MemoryDataStore store;
   Offsets missing(&store, IDataStore::BADOFF);
   EXPECT_EQ(missing.items(), 0u);
   EXPECT_FALSE(missing.removeVal(0));
 }
 
+// Catches: a payload not replaced whole, a wrong length field, and an emptied table that
+// keeps bytes.
 TEST(RecordLocale, PayloadReplacement) {
   MemoryDataStore store;
   Locale table(&store);
