@@ -201,26 +201,23 @@ TEST_F(LmdbDataStoreTest, MapGrowsWhileATransactionIsPending) {
 // killing the process. Needs a small tmpfs, mounted in a private mount namespace of a forked
 // child; skipped where this process may not mount.
 TEST_F(LmdbDataStoreTest, FullDiskKeepsThePendingTransactionForARetry) {
-  int report[2];
-  ASSERT_EQ(pipe(report), 0);
   pid_t pid = fork();
   ASSERT_GE(pid, 0);
   if (pid == 0) {
-    close(report[0]);
-    auto finish = [&](int code, const std::string& text) {
-      ssize_t ignored = ::write(report[1], text.data(), text.size());
-      (void)ignored;
-      _exit(code);
-    };
-    std::string disk = path() + ".disk";
+    std::string disk = path() + ".disk", file = disk + "/store";
     if (unshare(CLONE_NEWNS) != 0 ||
         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mkdir(disk.c_str(), 0755) != 0 ||
         mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0) {
-      finish(77, "cannot mount a tmpfs here");
+      _exit(77);
     }
-    std::string file = disk + "/store";
-    std::string failures;
+    // The child tells what failed on standard error, which the test's output shows.
+    int failures = 0;
+    auto check = [&failures](bool ok, const std::string& what) {
+      if (ok) return;
+      ++failures;
+      std::fprintf(stderr, "%s\n", what.c_str());
+    };
     try {
       auto store = std::make_unique<LmdbDataStore>(file);
       for (int i = 0; i < 20; ++i)
@@ -236,34 +233,26 @@ TEST_F(LmdbDataStoreTest, FullDiskKeepsThePendingTransactionForARetry) {
         createText(*store, std::string(4000, 'p') + std::to_string(i));
       for (int attempt = 0; attempt < 2; ++attempt) {
         std::string error = message([&] { store->flush(); });
-        if (error.find(file + ": commit: disk full") != 0) failures += "flush: " + error + "\n";
+        check(error.find(file + ": commit: disk full") == 0, "flush: " + error);
       }
-      if (summaryOf(file) != "20 390 0") failures += "committed state: " + summaryOf(file) + "\n";
-      if (store->records() != 70 || readAll(*store, 69) != std::string(4000, 'p') + "49") {
-        failures += "the pending transaction was lost\n";
-      }
+      check(summaryOf(file) == "20 390 0", "committed state: " + summaryOf(file));
+      check(store->records() == 70 && readAll(*store, 69) == std::string(4000, 'p') + "49",
+            "the pending transaction was lost");
       std::filesystem::remove(disk + "/ballast");
       store->flush();
       store.reset();
       LmdbDataStore reopened(file);
-      if (reopened.records() != 70 || readAll(reopened, 19) != "committed 19") {
-        failures += "the retried commit is incomplete\n";
-      }
+      check(reopened.records() == 70 && readAll(reopened, 19) == "committed 19",
+            "the retried commit is incomplete");
     } catch (const std::exception& error) {
-      failures += std::string("unexpected: ") + error.what() + "\n";
+      check(false, std::string("unexpected: ") + error.what());
     }
-    finish(failures.empty() ? 0 : 1, failures);
+    _exit(failures == 0 ? 0 : 1);
   }
-  close(report[1]);
-  std::string text;
-  char buffer[512];
-  for (ssize_t n; (n = ::read(report[0], buffer, sizeof buffer)) > 0;)
-    text.append(buffer, n);
-  close(report[0]);
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << text;
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << text;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "cannot mount a tmpfs here";
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the child's report is above";
 }
 
 // Catches: crashes (SIGBUS past the end of a cut file) or silent misreads when the path is
