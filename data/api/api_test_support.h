@@ -1,6 +1,8 @@
 #ifndef KPL_DATA_API_API_TEST_SUPPORT_H_
 #define KPL_DATA_API_API_TEST_SUPPORT_H_
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -25,6 +27,8 @@ using metadata::IPrimitive;
 using metadata::IProperty;
 using metadata::ITable;
 using structure::IContainer;
+using structure::IContainerFrontEnd;
+using Names = std::vector<std::string>;
 
 // A memory store that counts the operations made by a thread that does not hold its lock.
 // Every interface call is meant to take the lock for its whole length, so on this store a
@@ -35,45 +39,32 @@ class GuardedStore : public MemoryDataStore {
 
   ILock* lock() override { return new Held(this, MemoryDataStore::lock()); }
   unsigned create(const void* data, unsigned size) override {
-    check();
-    return MemoryDataStore::create(data, size);
+    return check(), MemoryDataStore::create(data, size);
   }
   void append(unsigned offset, const void* data, unsigned size) override {
-    check();
-    MemoryDataStore::append(offset, data, size);
+    check(), MemoryDataStore::append(offset, data, size);
   }
   void write(unsigned offset, const void* data, unsigned size, bool changed) override {
-    check();
-    MemoryDataStore::write(offset, data, size, changed);
+    check(), MemoryDataStore::write(offset, data, size, changed);
   }
-  unsigned size(unsigned offset) override {
-    check();
-    return MemoryDataStore::size(offset);
-  }
+  unsigned size(unsigned offset) override { return check(), MemoryDataStore::size(offset); }
   unsigned read(unsigned offset, void* destination, unsigned maximum) override {
-    check();
-    return MemoryDataStore::read(offset, destination, maximum);
+    return check(), MemoryDataStore::read(offset, destination, maximum);
   }
-  void free(unsigned offset) override {
-    check();
-    MemoryDataStore::free(offset);
-  }
+  void free(unsigned offset) override { check(), MemoryDataStore::free(offset); }
 
  private:
   // Records the holder while the store's own (re-entrant) lock is held.
-  class Held : public ILock {
-   public:
-    Held(GuardedStore* store, ILock* inner) : store_(store), inner_(inner) {
-      if (store_->depth_++ == 0) store_->holder_ = std::this_thread::get_id();
+  struct Held : ILock {
+    Held(GuardedStore* s, ILock* i) : store(s), inner(i) {
+      if (store->depth_++ == 0) store->holder_ = std::this_thread::get_id();
     }
     ~Held() override {
-      if (--store_->depth_ == 0) store_->holder_ = std::thread::id();
-      delete inner_;
+      if (--store->depth_ == 0) store->holder_ = std::thread::id();
+      delete inner;
     }
-
-   private:
-    GuardedStore* store_;
-    ILock* inner_;
+    GuardedStore* store;
+    ILock* inner;
   };
 
   void check() {
@@ -85,14 +76,32 @@ class GuardedStore : public MemoryDataStore {
   std::atomic<unsigned> unguarded_{0};
 };
 
+// A guarded store with a top-level group "top"; every call a test makes must touch the store
+// under its lock only.
+class ApiTest : public ::testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(store_.unguarded(), 0u); }
+  SharedPtr<ITable> table(const wchar_t* name) {
+    return top_->create(name, static_cast<metadata::ISchema*>(nullptr));
+  }
+
+  GuardedStore store_;
+  SharedPtr<IContainer> top_ = IContainerFrontEnd::toplevel(&store_, L"top");
+};
+
 inline std::string utf8(const WideString& text) {
   return core::string::StringAlgorithm::UTF8Encode(text);
 }
 
-// A primitive or table handle seen as a property, sharing its counter.
-template <class View>
-SharedPtr<IProperty> asProperty(const SharedPtr<View>& view) {
-  return SharedPtr<IProperty>(view, view ? view->container() : nullptr);
+// The names a container or property filter stands on, from where it stands to the end.
+template <class Filter>
+Names walk(Filter& filter) {
+  Names names;
+  for (auto child = filter.current(); child; child = filter.current()) {
+    names.push_back(utf8(child->tag()));
+    if (!filter.next()) break;
+  }
+  return names;
 }
 
 // One line per member below a table: kind, name, value type, unit, dimension and the value
@@ -140,36 +149,19 @@ inline void render(IContainer* container, int depth, std::string& out) {
   }
 }
 
-inline std::string render(const SharedPtr<IContainer>& container) {
+// The rendering of a subtree with its own top line dropped, so that copies under other names
+// compare equal.
+inline std::string below(const SharedPtr<IContainer>& container) {
   std::string out;
   render(container.get(), 0, out);
-  return out;
-}
-
-// The names the filter stands on, from where it stands to the end.
-inline std::vector<std::string> walk(structure::IContainerFilter& filter) {
-  std::vector<std::string> names;
-  for (auto child = filter.current(); child; child = filter.current()) {
-    names.push_back(utf8(child->tag()));
-    if (!filter.next()) break;
-  }
-  return names;
-}
-
-inline std::vector<std::string> walk(metadata::IPropertyFilter& filter) {
-  std::vector<std::string> names;
-  for (auto property = filter.current(); property; property = filter.current()) {
-    names.push_back(utf8(property->tag()));
-    if (!filter.next()) break;
-  }
-  return names;
+  return out.substr(out.find('\n') + 1);
 }
 
 // A schema store whose top-level container "schemas" holds one table per schema, so that
 // the schema "schemas.NAME" resolves to it; members are added through the returned table.
 inline SharedPtr<ITable> defineSchema(core::storage::datastore::IDataStore* store,
                                       const wchar_t* name) {
-  return structure::IContainerFrontEnd::toplevel(store, L"schemas")->create(name, nullptr);
+  return IContainerFrontEnd::toplevel(store, L"schemas")->create(name, nullptr);
 }
 
 }  // namespace kestrine::platform::data::api_test

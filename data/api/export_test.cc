@@ -24,6 +24,7 @@ using data::structure::IGroup;
 using data::structure::ILink;
 using data::structure::INode;
 
+// Catches an operation of the object model that is not exported from the shared library.
 TEST(ExportedSurface, EveryFamilyIsReachable) {
   MemoryDataStore schemas, store;
   auto point = IContainerFrontEnd::toplevel(&schemas, L"schemas")->create(L"point", nullptr);

@@ -18,44 +18,29 @@ namespace kestrine::platform::data::api_test {
 namespace {
 
 using metadata::ISchemaLocator;
-using structure::IContainerFrontEnd;
 
 std::wstring wide(const std::string& text) {
   return std::wstring(text.begin(), text.end());
 }
 
-// Four schema stores, each defining "schemas.sK" with K + 1 double members named sKm0 ...
-class SchemaStores {
- public:
-  static const int kStores = 4;
-
-  SchemaStores() {
-    for (int k = 0; k < kStores; ++k) {
-      stores_.emplace_back(new MemoryDataStore);
-      auto table = defineSchema(stores_[k].get(), wide("s" + std::to_string(k)).c_str());
-      for (int m = 0; m <= k; ++m)
-        table->create(wide("s" + std::to_string(k) + "m" + std::to_string(m)).c_str(),
-                      metadata::kDouble, units::Meter);
-    }
-  }
-  core::storage::datastore::IDataStore* store(int k) { return stores_[k].get(); }
-
- private:
-  std::vector<std::unique_ptr<MemoryDataStore>> stores_;
-};
-
 // Eight threads resolve (single paths and chains) and build containers from the schemas in
 // stores of their own, while two threads each push a store of their own, use its schema, and
 // pop it again. A store is popped only by the thread that uses its schemas, after it is done.
 TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
-  SchemaStores schemas;
+  // Four schema stores, each defining "schemas.sK" with K + 1 double members sKm0 ...
+  const int kStores = 4;
+  MemoryDataStore schemas[kStores];
   auto locator = ISchemaLocator::make(nullptr);
-  for (int k = 0; k < SchemaStores::kStores; ++k) {
-    locator->push(schemas.store(k));
+  for (int k = 0; k < kStores; ++k) {
+    std::string name = "s" + std::to_string(k);
+    auto table = defineSchema(&schemas[k], wide(name).c_str());
+    for (int m = 0; m <= k; ++m)
+      table->create(wide(name + "m" + std::to_string(m)).c_str(), metadata::kDouble, units::Meter);
+    locator->push(&schemas[k]);
     // A layout is built from its table without the store's lock, so the shared schemas are
     // built before the threads start; from then on resolving them reads only the cache, and
     // inheriting reads their tables under their stores' locks.
-    ASSERT_TRUE(locator->resolve(wide("schemas.s" + std::to_string(k)).c_str()));
+    ASSERT_TRUE(locator->resolve(wide("schemas." + name).c_str()));
   }
 
   const int kRounds = 40;
@@ -67,8 +52,8 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
     threads.emplace_back([&, t, target = targets.back().get()] {
       auto top = IContainerFrontEnd::toplevel(target, L"built");
       for (int i = 0; i < kRounds; ++i) {
-        int k = (t + i) % SchemaStores::kStores;
-        int j = (k + 1) % SchemaStores::kStores;
+        int k = (t + i) % kStores;
+        int j = (k + 1) % kStores;
         std::string path = "schemas.s" + std::to_string(k);
         auto single = locator->resolve(wide(path).c_str());
         auto chain = locator->resolve(wide(path + ";schemas.s" + std::to_string(j)).c_str());
