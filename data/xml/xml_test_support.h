@@ -41,13 +41,6 @@ inline std::string render(IDataStore& store, metadata::ISchemaLocator* locator =
   return writer.bytes();
 }
 
-// What a document becomes after one import into a fresh store and export.
-inline std::string roundTrip(const std::string& xml, metadata::ISchemaLocator* locator = nullptr) {
-  core::storage::datastore::MemoryDataStore store;
-  parse(store, xml, locator);
-  return render(store, locator);
-}
-
 }  // namespace kestrine::platform::data::XML::testing
 
 #endif  // KPL_DATA_XML_XML_TEST_SUPPORT_H_
