@@ -14,6 +14,8 @@ using core::storage::datastore::IDataStore;
 using core::storage::datastore::MemoryDataStore;
 const unsigned BAD = IDataStore::BADOFF;
 
+// Catches a finder that skips empty segments, steps below a primitive, or gives up on a
+// path that ends at one.
 TEST(Finder, WalksDownByNameAndEndsBeforeItFails) {
   // root -> { a (node) -> { b (table) -> c, x (primitive) }, "" (primitive) }
   MemoryDataStore store;

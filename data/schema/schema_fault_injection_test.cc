@@ -16,21 +16,10 @@ namespace {
 
 using core::string::WideString;
 
-// "point" (x, y) and "pair" (id and a struct member of two points).
+// A failing store holding "point" and "pair".
 class FaultyStore : public BasicSchemaStore<testing::FaultyStore> {
  public:
-  FaultyStore() {
-    const unsigned point = table(L"point");
-    primitive(point, L"x", metadata::kDouble);
-    primitive(point, L"y", metadata::kUInt16, 3);
-    pair_ = table(L"pair");
-    primitive(pair_, L"id", metadata::kInt32);
-    primitive(pair_, L"p", metadata::kStruct, 28, L"point");
-  }
-  unsigned pair() const { return pair_; }
-
- private:
-  unsigned pair_;
+  FaultyStore() { pointAndPair(); }
 };
 
 // Fails the n-th store operation of one call, for every n until the call gets through, and
@@ -55,6 +44,8 @@ void failEachStep(testing::FaultyStore* store, Prepare prepare, Call call) {
   }
 }
 
+// Catches a failure swallowed while resolving, a lock left held, and a half-built layout
+// cached for the next call.
 TEST(SchemaFaultInjectionTest, ResolvingPassesFailuresThroughAndCachesNothingHalfBuilt) {
   FaultyStore schemas;
   std::optional<SchemaLocatorImpl> locator;

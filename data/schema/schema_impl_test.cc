@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "data/record/entity.h"
 #include "data/schema/schema_locator_impl.h"
 #include "data/schema/schema_test_support.h"
 
@@ -21,6 +20,7 @@ std::vector<std::wstring> segments(const wchar_t* uri) {
   return out;
 }
 
+// Catches empty segments dropped or spaces trimmed.
 TEST(SchemaImplSplitTest, KeepsEverySegment) {
   using V = std::vector<std::wstring>;
   EXPECT_EQ((V{L"a", L"", L"b"}), segments(L"a;;b"));
@@ -68,6 +68,8 @@ class SchemaImplTest : public ::testing::Test {
   unsigned candidates_ = 0;
 };
 
+// Catches an empty schema that validates anything, and one taken for empty because its
+// first layout has no members.
 TEST_F(SchemaImplTest, EmptySchemasValidateNothing) {
   SchemaImpl fresh;
   Design::Table table = candidate({L"x"});
@@ -93,8 +95,10 @@ TEST_F(SchemaImplTest, EmptySchemasValidateNothing) {
   EXPECT_EQ(mixed->layout(1)->definition(), mixed->definition(1));
 }
 
-// Every layout of the chain must conform in turn.
-TEST_F(SchemaImplTest, ValidateComparesAgainstEveryLayout) {
+// Catches a validation that stops at the first layout of the chain, and a prevalidation
+// that takes a base missing one of the chain's paths, or matches paths by prefix or with
+// their spaces trimmed.
+TEST_F(SchemaImplTest, ValidateAndPrevalidateNeedEveryLayoutOfTheChain) {
   auto ab = resolve(L"a;b");
   ASSERT_EQ(2u, ab->links());
   Design::Table all = candidate({L"x", L"y", L"z"});
@@ -104,45 +108,12 @@ TEST_F(SchemaImplTest, ValidateComparesAgainstEveryLayout) {
   EXPECT_EQ(0u, ab->validate(&onlyA));
   EXPECT_EQ(0u, ab->validate(&onlyB));
   EXPECT_EQ(1u, resolve(L"b")->validate(&onlyB));
-}
-
-TEST_F(SchemaImplTest, PrevalidateNeedsEveryPathOfTheChain) {
   EXPECT_EQ(1u, resolve(L"a")->prevalidate(L"a;b"));
   EXPECT_EQ(0u, resolve(L"a;none")->prevalidate(L"a;b"));
   EXPECT_EQ(1u, resolve(L"b;a")->prevalidate(L"a;b"));
   EXPECT_EQ(0u, resolve(L"a")->prevalidate(L"ab"));
   EXPECT_EQ(0u, resolve(L"a")->prevalidate(L"a ;b"));
   EXPECT_EQ(0u, resolve(L"a")->prevalidate(nullptr));
-}
-
-// Tables and containers take over the members of every layout of the chain: cloned into
-// their own store, added, hidden and name-locked, with the paths joined into their base. The
-// result then validates against the schema without a full comparison being needed.
-TEST_F(SchemaImplTest, TablesAndContainersInheritTheWholeChain) {
-  auto ab = resolve(L"a;b");
-  Design::Table table(documents_.store(), documents_.table(L"inheriting"), false);
-  Structural::Container box(documents_.store(), documents_.container(L"box"), false);
-  EXPECT_EQ(1u, table.inherit(ab.get()));
-  EXPECT_EQ(1u, box.inherit(ab.get()));
-
-  for (Metadata::Set* set : std::vector<Metadata::Set*>{&table, &box}) {
-    EXPECT_EQ(3u, set->items());
-    for (const wchar_t* name : {L"x", L"y", L"z"}) {
-      const unsigned member = set->find(name);
-      ASSERT_NE(IDataStore::BADOFF, member);
-      Design::Primitive primitive(documents_.store(), member);
-      EXPECT_EQ(Record::kHidden | Record::kNameLocked,
-                primitive.flags() & (Record::kHidden | Record::kNameLocked));
-    }
-    EXPECT_FALSE(set->rename(L"x", L"renamed"));
-    EXPECT_EQ(1u, ab->validate(set));
-  }
-  EXPECT_STREQ(L"a;b", table.base());
-  EXPECT_STREQ(L"a;b", box.base());
-  EXPECT_EQ(1u, ab->prevalidate(table.base()));
-  // The schema's own members stay where they were.
-  EXPECT_EQ(2u, ab->definition(0)->items());
-  EXPECT_EQ(schemas_.store(), ab->definition(0)->store());
 }
 
 }  // namespace

@@ -43,6 +43,17 @@ class BasicSchemaStore {
     }
     return attach(parent, offset);
   }
+  // The tables "point" (double x, uint16 y[3]: 14 bytes) and "pair" (int32 id and a struct
+  // "p" of two points: 32 bytes); answers the offset of "point".
+  unsigned pointAndPair() {
+    const unsigned point = table(L"point");
+    primitive(point, L"x", metadata::kDouble);
+    primitive(point, L"y", metadata::kUInt16, 3);
+    const unsigned pair = table(L"pair");
+    primitive(pair, L"id", metadata::kInt32);
+    primitive(pair, L"p", metadata::kStruct, 28, L"point");
+    return point;
+  }
   // Appends `child` to the children list of `parent` behind the set's back, so that the list
   // can hold what the set itself refuses: a name twice, or a marker key as a name.
   void duplicate(unsigned parent, unsigned child) {
