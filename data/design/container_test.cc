@@ -2,11 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "data/design/primitive.h"
 #include "data/record/entity.h"
 #include "data/testing/faulty_store.h"
 #include "data/testing/schema_chain.h"
-#include "data/testing/store_bytes.h"
-#include "data/testing/subtree.h"
 
 namespace kestrine::platform::data::Structural {
 namespace {
@@ -14,27 +13,13 @@ namespace {
 using core::storage::datastore::MemoryDataStore;
 using structure::IContainer;
 
-TEST(Container, TypeInfoAndShallowLoading) {
-  MemoryDataStore store;
-  Container link(&store, IContainer::kLink, L"l");
-  link.info(L"a.b");
-  EXPECT_EQ(Container(&store, link.offset(), true).type(), IContainer::kLink);
-  EXPECT_EQ(std::wstring(Container(&store, link.offset(), true).info()), L"a.b");
-  link.info(nullptr);
-  EXPECT_EQ(Container(&store, link.offset(), true).info(), nullptr);
-  EXPECT_FALSE(link.equivalent(Container(&store, IContainer::kNode, L"l")));
-  EXPECT_TRUE(link.equivalent(Container(&store, IContainer::kLink, L"l")));
-
-  unsigned group = testing::Subtree(&store, L"g").group;
-  EXPECT_EQ(Container(&store, group, false).items(), 1u);
-  EXPECT_EQ(Container(&store, group, true).items(), 0u);
-}
-
 struct NotAChain : metadata::ISchema {
   core::string::WideString path() const override { return L"p"; }
   metadata::IStructLayout* layout() override { return nullptr; }
 };
 
+// Catches a schema that is no chain taken as one, layouts copied out of order or without
+// the schema store's lock, and a lock left held (or a base written) when the store fails.
 TEST(Container, InheritCopiesEachLayoutInOrderUnderTheSchemaStoresLock) {
   testing::FaultyStore schemas;
   Container a(&schemas, IContainer::kNode, L"a"), b(&schemas, IContainer::kNode, L"b");

@@ -46,6 +46,8 @@ void injectEveryFault(const Scenario& operation) {
   }
 }
 
+// Catches add, remove, rename, hide, show and clear leaving a lock held or a leak behind
+// when the store fails half-way.
 TEST(FaultInjection, CompositeOperations) {
   injectEveryFault([](FaultyStore& store) { Root(&store, 0).add(Subtree(&store, L"h").group); });
   injectEveryFault([](FaultyStore& store) { Root(&store, 0).remove(L"g"); });
@@ -58,6 +60,8 @@ TEST(FaultInjection, CompositeOperations) {
   });
 }
 
+// Catches a clone or an inherit that keeps the other store's lock, or leaks its half-made
+// copy, when one store fails.
 TEST(FaultInjection, CloningIntoAndInheritingFromAFaultyStore) {
   MemoryDataStore other;
   unsigned group = Subtree(&other, L"c").group;
@@ -71,6 +75,8 @@ TEST(FaultInjection, CloningIntoAndInheritingFromAFaultyStore) {
   });
 }
 
+// Catches a destructor that swallows its own store failure, or throws a second one while
+// the first unwinds (which would terminate the process).
 TEST(FaultInjection, ADestructorFailsOnlyWhenNothingElseIsUnwinding) {
   FaultyStore store;
   auto* container = new Structural::Container(&store, structure::IContainer::kNode, L"c");
