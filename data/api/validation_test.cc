@@ -48,9 +48,16 @@ TEST_F(ValidationTest, ContainerInheritsTheChainOfSeveralStores) {
   EXPECT_EQ(shape->property(L"x")->store(), &store_);
 }
 
+// A schema the locator did not make: it has nothing to inherit and validates nothing.
+struct ForeignSchema : metadata::ISchema {
+  WideString path() const override { return L"schemas.point"; }
+  metadata::IStructLayout* layout() override { return nullptr; }
+};
+
 // Catches a quick check that compares members, a full one that trusts the base alone or
-// ignores a member's type, a table built by hand that is not compared member by member, and
-// a named validation that finds the wrong child or takes a primitive.
+// ignores a member's type, a table built by hand that is not compared member by member, a
+// named validation that finds the wrong child or takes a primitive, and a schema of another
+// implementation taken for the locator's own.
 TEST_F(ValidationTest, ValidatesByBaseThenByMembers) {
   auto point = locator_->resolve(L"schemas.point");
   auto label = locator_->resolve(L"schemas.label");
@@ -71,6 +78,9 @@ TEST_F(ValidationTest, ValidatesByBaseThenByMembers) {
   EXPECT_FALSE(built->validates(point.get(), true));  // not made from it: quick says no
   EXPECT_TRUE(built->validates(point.get(), false));
   EXPECT_FALSE(built->validates(nullptr, false));
+  ForeignSchema foreign;
+  EXPECT_FALSE(built->validates(&foreign, false));
+  EXPECT_TRUE(top_->create(IContainer::kGroup, L"foreign", &foreign)->empty());
   EXPECT_FALSE(wrong->validates(point.get(), false));
 
   EXPECT_EQ(utf8(table->base()), "schemas.point");

@@ -7,6 +7,7 @@
 #include "data/design/primitive.h"
 #include "data/record/entity.h"
 #include "data/record/offsets.h"
+#include "data/record/table.h"
 #include "data/testing/faulty_store.h"
 #include "data/testing/schema_chain.h"
 #include "data/testing/store_bytes.h"
@@ -39,6 +40,22 @@ TEST(Table, DefaultsAreKeptPerGroupInALazilyCreatedList) {
   EXPECT_EQ(table.valuetype(group::Length), metadata::kInt32);
   table.defaults(units::tUnit(5), metadata::kDouble);  // a unit of group 0
   EXPECT_EQ(table.units(tUnitGroup(0)) + table.units(group::Area), 0u);
+}
+
+// Catches an index that takes the last pair of a group that a list written elsewhere
+// repeats.
+TEST(Table, AStoredListWithARepeatedGroupIsIndexedByItsFirstPair) {
+  MemoryDataStore store;
+  Table table(&store, L"t");
+  Record::Offsets list(&store);
+  for (unsigned entry : {unsigned(units::Meter), 17u, unsigned(units::KiloMeter), 16u})
+    list.add(entry);
+  Record::Table record(&store, table.offset());
+  record.defaults(list.offset());
+  record.update(true);
+  Table reopened(&store, table.offset(), false);
+  EXPECT_EQ(reopened.units(group::Length), units::Meter);
+  EXPECT_EQ(reopened.valuetype(group::Length), metadata::kDouble);
 }
 
 // Catches an inherit that replaces the base instead of appending "a;b;c", overwrites a
