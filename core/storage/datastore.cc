@@ -10,4 +10,20 @@ IDataStore::ILock::~ILock() = default;
 
 IDataStore::~IDataStore() = default;
 
+IDataStore::IAttachment::~IAttachment() = default;
+
+bool IDataStore::abandon() {
+  return false;
+}
+
+bool IDataStore::stamp(tStamp&) {
+  return false;
+}
+
+IDataStore::IAttachment* IDataStore::attachment() {
+  return nullptr;
+}
+
+void IDataStore::attach(std::unique_ptr<IAttachment>) {}
+
 }  // namespace kestrine::platform::core::storage::datastore

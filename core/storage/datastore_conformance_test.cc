@@ -154,6 +154,61 @@ TEST_P(DataStoreConformance, OffsetsAreDistinctAndStableWhileOthersAreFreed) {
     EXPECT_EQ(readAll(offsets[i]), "record " + std::to_string(i));
 }
 
+// Catches: a change that leaves the stamp where it was, so that a cache over the records
+// would go stale unnoticed, or a read that moves it, so that caches would never be trusted.
+TEST_P(DataStoreConformance, StampMovesWithEveryChangeAndOnlyWithChanges) {
+  IDataStore::tStamp last;
+  ASSERT_TRUE(store_->stamp(last));
+  auto moved = [&] {
+    IDataStore::tStamp now;
+    store_->stamp(now);
+    bool result = now != last;
+    last = now;
+    return result;
+  };
+  unsigned offset = createText("abc");
+  EXPECT_TRUE(moved());
+  store_->append(offset, "d", 1);
+  EXPECT_TRUE(moved());
+  store_->write(offset, "xy", 2, false);
+  EXPECT_TRUE(moved());
+  store_->version(3);
+  EXPECT_TRUE(moved());
+  readAll(offset);
+  store_->used();
+  store_->version();
+  store_->complete();
+  EXPECT_FALSE(moved());
+  store_->free(offset);
+  EXPECT_TRUE(moved());
+}
+
+// Catches: abandoning that keeps part of the pending changes, or that a store applying changes
+// at once claims to do.
+TEST_P(DataStoreConformance, AbandoningDropsExactlyThePendingChanges) {
+  unsigned kept = createText("kept");
+  store_->complete();
+  std::unique_ptr<IDataStore::ILock> lock(store_->lock());
+  store_->write(kept, "changed", 7, true);
+  unsigned added = createText("added");
+  if (GetParam() == "Memory") {
+    EXPECT_FALSE(store_->abandon());
+    EXPECT_EQ(readAll(kept), "changed");
+    return;
+  }
+  IDataStore::tStamp before, after;
+  store_->stamp(before);
+  EXPECT_TRUE(store_->abandon());
+  store_->stamp(after);
+  EXPECT_NE(before, after);
+  EXPECT_EQ(readAll(kept), "kept");
+  EXPECT_EQ(store_->size(added), 0u);
+  EXPECT_EQ(createText("again"), added);
+  lock.reset();
+  reopen();
+  EXPECT_EQ(readAll(added), "again");
+}
+
 // Catches: a lock that deadlocks its own thread when taken again, or lets another thread in
 // before the outermost hold is released.
 TEST_P(DataStoreConformance, LockIsReentrantForOneThreadAndExcludesOthers) {

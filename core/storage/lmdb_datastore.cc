@@ -60,6 +60,9 @@ struct LmdbDataStore::Impl {
   bool lockHeld = false;
   bool pending = false;
   PendingTransaction transaction;
+  // Moves with every change made through this store object, for the stamp.
+  unsigned long long ownChanges = 0;
+  std::unique_ptr<IAttachment> attachment;
 
   // A held store lock.
   class Handle final : public IDataStore::ILock {
@@ -129,12 +132,19 @@ struct LmdbDataStore::Impl {
     }
   }
 
-  // Ends a transaction that a refused operation began and nothing else used.
-  void abandonIfEmpty() {
-    if (!pending || !transaction.empty()) return;
+  // Drops the pending transaction: the records are again as last committed.
+  void abandon() {
+    if (!pending) return;
+    if (!transaction.empty()) ++ownChanges;
+    transaction = PendingTransaction();
     pending = false;
     writer.unlock();
     if (!lockHeld) environment.closeView();
+  }
+
+  // Ends a transaction that a refused operation began and nothing else used.
+  void abandonIfEmpty() {
+    if (pending && transaction.empty()) abandon();
   }
 
   void commit() {
@@ -195,7 +205,9 @@ unsigned LmdbDataStore::create(const void* data, unsigned size) {
   std::unique_lock<std::mutex> guard(impl_->mutex);
   impl_->beginChange(guard);
   Impl::View view(*impl_);
-  return impl_->transaction.create(std::move(bytes), impl_->environment);
+  unsigned offset = impl_->transaction.create(std::move(bytes), impl_->environment);
+  ++impl_->ownChanges;
+  return offset;
 }
 
 void LmdbDataStore::append(unsigned offset, const void* data, unsigned size) {
@@ -205,6 +217,7 @@ void LmdbDataStore::append(unsigned offset, const void* data, unsigned size) {
   std::optional<RecordBytes> current = impl_->current(offset);
   if (!current) impl_->noRecord("append", offset);
   impl_->transaction.append(offset, *current, static_cast<const unsigned char*>(data), size);
+  ++impl_->ownChanges;
 }
 
 void LmdbDataStore::write(unsigned offset, const void* data, unsigned size, bool) {
@@ -215,6 +228,7 @@ void LmdbDataStore::write(unsigned offset, const void* data, unsigned size, bool
   std::optional<RecordBytes> current = impl_->current(offset);
   if (!current) impl_->noRecord("write", offset);
   impl_->transaction.replace(offset, std::move(bytes), *current);
+  ++impl_->ownChanges;
 }
 
 unsigned LmdbDataStore::size(unsigned offset) {
@@ -244,6 +258,7 @@ void LmdbDataStore::free(unsigned offset) {
   std::optional<RecordBytes> current = impl_->current(offset);
   if (!current) return impl_->abandonIfEmpty();
   impl_->transaction.remove(offset, *current);
+  ++impl_->ownChanges;
 }
 
 unsigned long long LmdbDataStore::used() {
@@ -257,6 +272,7 @@ void LmdbDataStore::version(unsigned version) {
   std::unique_lock<std::mutex> guard(impl_->mutex);
   impl_->beginChange(guard);
   impl_->transaction.version(version);
+  ++impl_->ownChanges;
 }
 
 unsigned LmdbDataStore::version() {
@@ -267,6 +283,28 @@ unsigned LmdbDataStore::version() {
 
 void LmdbDataStore::complete() {
   flush();
+}
+
+bool LmdbDataStore::abandon() {
+  std::lock_guard<std::mutex> guard(impl_->mutex);
+  impl_->abandon();
+  return true;
+}
+
+bool LmdbDataStore::stamp(tStamp& stamp) {
+  std::lock_guard<std::mutex> guard(impl_->mutex);
+  Impl::View view(*impl_);  // under the store lock it stays open: the holder's state
+  stamp.own = impl_->ownChanges;
+  stamp.foreign = impl_->environment.foreignChanges();
+  return true;
+}
+
+IDataStore::IAttachment* LmdbDataStore::attachment() {
+  return impl_->attachment.get();
+}
+
+void LmdbDataStore::attach(std::unique_ptr<IAttachment> attachment) {
+  impl_->attachment = std::move(attachment);
 }
 
 void LmdbDataStore::flush() {

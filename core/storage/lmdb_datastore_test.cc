@@ -178,6 +178,25 @@ TEST_F(LmdbDataStoreTest, ChangesReachOtherProcessesOnlyAtCommitPoints) {
 
 // Catches: a map too small for a transaction losing the transaction, a process failing on a
 // file that another process has grown beyond its map, and a file larger than the map asked
+// Catches: another process's commit that leaves the stamp's foreign part as it was, so that a
+// cache over the records would outlive the records it describes; and this process's own
+// commits counted as foreign, so that every commit would throw such caches away.
+TEST_F(LmdbDataStoreTest, StampMovesForCommitsOfOtherProcesses) {
+  LmdbDataStore store(path());
+  createText(store, "mine");
+  store.flush();
+  IDataStore::tStamp before, after;
+  store.stamp(before);
+  createText(store, "mine too");
+  store.flush();
+  store.stamp(after);
+  EXPECT_EQ(after.foreign, before.foreign);
+  ASSERT_EQ(runChild("fill '" + path() + "' 3"), "");
+  store.stamp(before);
+  EXPECT_NE(before.foreign, after.foreign);
+  EXPECT_EQ(before.own, after.own);
+}
+
 // for opened at the smaller size.
 TEST_F(LmdbDataStoreTest, MapGrowsWhileATransactionIsPending) {
   const std::size_t tiny = 64 << 10;

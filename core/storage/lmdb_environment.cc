@@ -141,6 +141,7 @@ LmdbEnvironment::LmdbEnvironment(const std::string& path, std::size_t mapSize) :
       check(mdb_txn_commit(txn));
     }
     beginRead(&view_);
+    seenTransaction_ = mdb_txn_id(view_);
     mdb_txn_reset(view_);
 
     int fd = -1;
@@ -241,6 +242,9 @@ void LmdbEnvironment::openView() {
     fail("read", failure.rc);
   }
   viewOpen_ = true;
+  std::size_t transaction = mdb_txn_id(view_);
+  if (transaction != seenTransaction_) ++foreignChanges_;
+  seenTransaction_ = transaction;
 }
 
 void LmdbEnvironment::closeView() {
@@ -304,7 +308,9 @@ void LmdbEnvironment::writeTransaction(const char* operation,
     if (rc == MDB_SUCCESS) {
       try {
         apply(txn);
+        std::size_t id = mdb_txn_id(txn);
         rc = mdb_txn_commit(txn);  // frees the transaction, also when it fails
+        if (rc == MDB_SUCCESS) seenTransaction_ = id;
       } catch (const LmdbFailure& failure) {
         mdb_txn_abort(txn);
         rc = failure.rc;

@@ -70,6 +70,10 @@ class LmdbEnvironment {
   void openView();
   void closeView();
 
+  // How many times the view opened on a state that holds commits of others: commits that
+  // this environment did not make itself since it last looked.
+  unsigned long long foreignChanges() const { return foreignChanges_; }
+
   // Reads of the open view. The record is absent when the offset holds none.
   std::optional<RecordBytes> record(unsigned offset) const;
   unsigned freeOffset(unsigned position) const;
@@ -104,6 +108,9 @@ class LmdbEnvironment {
   MDB_dbi freeStack_ = 0;
   MDB_dbi meta_ = 0;
   std::pair<unsigned long long, unsigned long long> fileId_{0, 0};
+  // The newest committed transaction this environment knows of: the view's, or its own last.
+  std::size_t seenTransaction_ = 0;
+  unsigned long long foreignChanges_ = 0;
 };
 
 }  // namespace kestrine::platform::core::storage::datastore

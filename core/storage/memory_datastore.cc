@@ -49,6 +49,9 @@ struct MemoryDataStore::Impl {
   unsigned long long liveBytes = 0;
   unsigned liveRecords = 0;
   std::atomic<unsigned> version{0};
+  // Moves with every change, for the stamp; there is nobody else to make changes.
+  std::atomic<unsigned long long> changes{0};
+  std::unique_ptr<IAttachment> attachment;
 
   Slot* find(unsigned offset) {
     if (offset >= slots.size() || !slots[offset].live) return nullptr;
@@ -81,6 +84,7 @@ unsigned MemoryDataStore::create(const void* data, unsigned size) {
   slot.live = true;
   impl_->liveBytes += size;
   ++impl_->liveRecords;
+  impl_->changes.fetch_add(1, std::memory_order_relaxed);
   return offset;
 }
 
@@ -91,6 +95,7 @@ void MemoryDataStore::append(unsigned offset, const void* data, unsigned size) {
   if (slot == nullptr) throwNoRecord("append", offset);
   slot->bytes.insert(slot->bytes.end(), bytes, bytes + size);
   impl_->liveBytes += size;
+  impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bool) {
@@ -101,6 +106,7 @@ void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bo
   impl_->liveBytes += size;
   impl_->liveBytes -= slot->bytes.size();
   slot->bytes.assign(bytes, bytes + size);
+  impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 unsigned MemoryDataStore::size(unsigned offset) {
@@ -127,6 +133,7 @@ void MemoryDataStore::free(unsigned offset) {
   std::vector<unsigned char>().swap(slot->bytes);
   slot->live = false;
   impl_->freeOffsets.push_back(offset);
+  impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 unsigned long long MemoryDataStore::used() {
@@ -134,11 +141,28 @@ unsigned long long MemoryDataStore::used() {
   return impl_->liveBytes + kSlotBytes * impl_->slots.size();
 }
 
-void MemoryDataStore::version(unsigned version) { impl_->version.store(version); }
+void MemoryDataStore::version(unsigned version) {
+  impl_->version.store(version);
+  impl_->changes.fetch_add(1, std::memory_order_relaxed);
+}
 
 unsigned MemoryDataStore::version() { return impl_->version.load(); }
 
 void MemoryDataStore::complete() {}
+
+bool MemoryDataStore::stamp(tStamp& stamp) {
+  stamp.own = impl_->changes.load(std::memory_order_relaxed);
+  stamp.foreign = 0;
+  return true;
+}
+
+IDataStore::IAttachment* MemoryDataStore::attachment() {
+  return impl_->attachment.get();
+}
+
+void MemoryDataStore::attach(std::unique_ptr<IAttachment> attachment) {
+  impl_->attachment = std::move(attachment);
+}
 
 unsigned MemoryDataStore::records() {
   std::shared_lock<std::shared_mutex> guard(impl_->slotsMutex);

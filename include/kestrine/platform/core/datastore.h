@@ -60,6 +60,49 @@ class KPL_CORE_API IDataStore {
 
   // Called once after a document has been parsed into the store.
   virtual void complete() = 0;
+
+  // Drops the changes made since the last commit point, for a store that keeps changes
+  // pending until then (a store file). False, changing nothing, for a store that applies
+  // every change at once (the default, and MemoryDataStore). Hold the store lock around the
+  // call, so that no other thread adds changes meanwhile.
+  virtual bool abandon();
+
+  // -- For clients that cache what they read ------------------------------------------------
+  //
+  // The data layer keeps indexes of names over the records and must learn when they may
+  // have gone stale. A store that tracks its changes answers stamp() and keeps an
+  // attachment; the defaults track and keep nothing, and a client then trusts nothing it
+  // read beyond one holding of the store lock.
+
+  // Where the records stand. `own` moves with every create, append, write, free and version
+  // change made through this object, and with anything else it does that changes what it
+  // reads (abandoning pending changes); `foreign` moves when what it reads comes to include
+  // changes made elsewhere (another process committing to a shared file or database).
+  struct tStamp {
+    unsigned long long own = 0;
+    unsigned long long foreign = 0;
+    bool operator==(const tStamp& other) const {
+      return own == other.own && foreign == other.foreign;
+    }
+    bool operator!=(const tStamp& other) const { return !(*this == other); }
+  };
+
+  // Fills `stamp` and answers true when the store tracks its changes; false, leaving `stamp`
+  // alone, when it does not (the default). Taken under the store lock, it also fixes the
+  // state that the holder reads from then on, as far as the store can: a shared store moves
+  // on to the newest state at the holder's first change, and `foreign` moves with it.
+  virtual bool stamp(tStamp& stamp);
+
+  // An object that a client keeps beside the store and that is destroyed with it; the data
+  // layer keeps its index cache there. Stores that track changes keep one; the default keeps
+  // none (attach destroys what it is given, attachment() answers null). The attachment must
+  // not use the store from its destructor. Both are called under the store lock.
+  class KPL_CORE_API IAttachment {
+   public:
+    virtual ~IAttachment();
+  };
+  virtual IAttachment* attachment();
+  virtual void attach(std::unique_ptr<IAttachment> attachment);
 };
 
 // Records kept in memory: O(1) create, read, write and free by offset.
@@ -81,6 +124,9 @@ class KPL_CORE_API MemoryDataStore : public IDataStore {
   void version(unsigned version) override;
   unsigned version() override;
   void complete() override;
+  bool stamp(tStamp& stamp) override;
+  IAttachment* attachment() override;
+  void attach(std::unique_ptr<IAttachment> attachment) override;
 
   // Number of live records; a diagnostic for tests and tools.
   unsigned records();

@@ -71,6 +71,14 @@ class KPL_CORE_API LmdbDataStore : public IDataStore {
   // Commits the pending transaction, as flush() does.
   void complete() override;
 
+  // Drops the pending transaction; the file keeps its last committed state. Always true.
+  bool abandon() override;
+
+  // `foreign` moves when the view that reads the file opens on commits of another process.
+  bool stamp(tStamp& stamp) override;
+  IAttachment* attachment() override;
+  void attach(std::unique_ptr<IAttachment> attachment) override;
+
   // Commits the pending transaction in one LMDB write transaction, growing the file's map
   // when it is full. Throws core::Exception on failure ("...: disk full" when the disk is);
   // the transaction then stays pending, to be retried, and the file keeps its last
