@@ -76,6 +76,13 @@ WideString ContainerImpl::base() const {
   return logic_->base();
 }
 
+// Under the lock, unlike the other queries of the container itself: the answer comes from the
+// store's shared index, which other threads change.
+bool ContainerImpl::empty() const {
+  Lock lock(store());
+  return logic_->items() == 0;
+}
+
 IContainer::tType ContainerImpl::type() const {
   Lock lock(store());
   return logic_->type();
@@ -95,7 +102,6 @@ bool ContainerImpl::rename(WideString name) {
 SharedPtr<IContainer> ContainerImpl::create(tType type, WideString name,
                                             metadata::ISchema* schema) {
   Lock lock(store());
-  refresh();
   if (!Api::nameable(name) || logic_->find(name.value()) != kAbsent) return {};
   unsigned offset = Api::createChild<Structural::Container>(*logic_, type, name.value());
   Api::Pending<Structural::Container> opened(new Structural::Container(store(), offset, false));
@@ -116,7 +122,6 @@ SharedPtr<IContainer> ContainerImpl::create(tType type, WideString name,
 
 SharedPtr<metadata::IPrimitive> ContainerImpl::create(WideString name, metadata::tValue type) {
   Lock lock(store());
-  refresh();
   if (!Api::nameable(name) || !Api::storable(type) || logic_->find(name.value()) != kAbsent)
     return {};
   unsigned offset = Api::createChild<Design::Primitive>(*logic_, type, name.value());
@@ -126,7 +131,6 @@ SharedPtr<metadata::IPrimitive> ContainerImpl::create(WideString name, metadata:
 
 SharedPtr<metadata::ITable> ContainerImpl::create(WideString name, metadata::ISchema* schema) {
   Lock lock(store());
-  refresh();
   if (!Api::nameable(name) || logic_->find(name.value()) != kAbsent) return {};
   unsigned offset = Api::createChild<Design::Table>(*logic_, name.value());
   Api::Pending<Design::Table> opened(new Design::Table(store(), offset, false));
@@ -217,10 +221,7 @@ bool ContainerImpl::clone(WideString from, WideString to, bool absolute) {
   unsigned source =
       absolute ? Schema::Finder(store(), 0, from.value()).offset() : logic_->lookup(from.value());
   if (source == kAbsent) return false;
-  if (!destination.dotted) {
-    refresh();
-    return cloneInto(*logic_, source, destination.name);
-  }
+  if (!destination.dotted) return cloneInto(*logic_, source, destination.name);
   // The parent path is below this container, whether or not the source was absolute.
   unsigned parent = logic_->lookup(destination.parent.string());
   if (parent == kAbsent || Record::peek(store(), parent) != Record::kContainer) return false;
@@ -244,10 +245,7 @@ bool ContainerImpl::clone(IDataStore* target, WideString path) {
   if (into.find(destination.name.value()) != kAbsent) return false;
   Lock ownLock(store());
   Structural::Container self(store(), logic_->offset(), true);
-  if (!into.add(copyAs(self, target, destination.name))) return false;
-  // A copy placed into this very container went through a second view of its record.
-  if (into.offset() == logic_->offset() && target == store()) logic_->update();
-  return true;
+  return into.add(copyAs(self, target, destination.name));
 }
 
 unsigned ContainerImpl::locales() {
@@ -266,13 +264,7 @@ WideString ContainerImpl::localize(WideString locale) {
   return Api::localize(*logic_, locale);
 }
 
-void ContainerImpl::refresh() {
-  if (Record::Container(store(), logic_->offset()).children() != logic_->children())
-    logic_->update();
-}
-
 bool ContainerImpl::adopt(const WideString& name, Metadata::Item* original) {
-  refresh();
   if (logic_->lookup(name.value()) != kAbsent) return false;
   return logic_->add(original->clone(store()));
 }

@@ -15,10 +15,9 @@ using core::string::WideString;
 // forwards to the container logic; what it finds comes back in new handles. Destroying the
 // handle closes the logic object under the lock and never changes the store otherwise.
 //
-// The children a handle knows by name are those of its logic object's index: the ones in
-// the store when it was opened and those it added itself. A handle opened before another
-// handle changed the same container's children sees that change after container(L"")
-// reopens it.
+// Every handle on a store sees the store's current children: a child created, renamed or
+// removed through any handle, thread or document import is seen by the next call through
+// any other (the sets share one index per store; see Metadata::IndexCache).
 //
 // Child containers come back as NodeImpl, GroupImpl or LinkImpl; the front end, links and
 // create() of a node give plain ContainerImpl objects without a kind view.
@@ -41,7 +40,7 @@ class ContainerImpl : public IContainer {
   IDataStore* store() const override { return logic_->store(); }
   SharedPtr<IContainer> parent() override;
   WideString base() const override;
-  bool empty() const override { return logic_->items() == 0; }
+  bool empty() const override;
   tType type() const override;
   bool destroy(WideString name) override;
   bool rename(WideString name) override;
@@ -66,10 +65,6 @@ class ContainerImpl : public IContainer {
   WideString localize(WideString locale) override;
 
  private:
-  // Syncs the index with the record when another object gave the container its first child
-  // (or emptied it) since this one was opened, so that adding a child never writes a second
-  // children list over the first. The caller holds the lock.
-  void refresh();
   // Clones `original` (from any store, with its subtree) into this container's store and adds
   // the copy here under `name`, its own name; false when this container has a child of that
   // name already. The caller holds the lock.

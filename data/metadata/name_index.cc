@@ -8,7 +8,7 @@ const wchar_t* const kEmptyKey = L"$$$$$_____empty_key";
 const wchar_t* const kDeletedKey = L"$$$$$_____deleted_key";
 
 bool reserved(const wchar_t* name) {
-  return std::wcscmp(name, kEmptyKey) == 0 || std::wcscmp(name, kDeletedKey) == 0;
+  return name[0] == L'$' && (std::wcscmp(name, kEmptyKey) == 0 || std::wcscmp(name, kDeletedKey) == 0);
 }
 
 }  // namespace kestrine::platform::data::Metadata

@@ -42,62 +42,74 @@ bool opened(const Design::Logic& child) {
 
 }  // namespace
 
-void* Set::tEntry::operator new(std::size_t size) {
-  return PooledHeap::malloc(size);
-}
-
-void Set::tEntry::operator delete(void* block, std::size_t size) {
-  PooledHeap::free(block, size);
-}
-
 Set::Set() : children_(IDataStore::BADOFF) {}
 
 Set::~Set() {
-  // Advance before deleting: the iterator compares the keys of the buckets it passes, and
-  // each key lives in its entry.
-  for (auto entry = index_.begin(); entry != index_.end();)
-    delete (entry++)->second;
+  if (shared_ == nullptr) return;
+  IndexCache* cache = IndexCache::current(store_);
+  if (cache != nullptr && cache->serial() == serial_) cache->release(shared_);
 }
 
-void Set::destroyEntries() {
-  NameIndex<tEntry*> old;
-  old.swap(index_);  // leaves index_ in the fresh shape
-  for (auto entry = old.begin(); entry != old.end();)
-    delete (entry++)->second;
+SetIndex& Set::state() const {
+  IndexCache* cache = IndexCache::current(store_);
+  if (cache == nullptr) return ownState();
+  cache->check();
+  // An entry pinned in an earlier scope may be gone; only this scope's pin keeps it alive.
+  if (shared_ == nullptr || serial_ != cache->serial() || shared_->detached) {
+    if (shared_ != nullptr && serial_ == cache->serial()) cache->release(shared_);
+    shared_ = nullptr;
+    shared_ = cache->acquire(offset_, [this](SetIndex& index) {
+      index.children = ParentRecord(store_, offset_).children();
+      fill(index);
+    });
+    serial_ = cache->serial();
+  }
+  return *shared_;
 }
 
-void Set::index(unsigned offset, const WideString& name) {
-  if (reserved(name.string()) || index_.find(name.string()) != index_.end()) return;
-  std::unique_ptr<tEntry> entry(new tEntry{offset, name});
-  index_.insert({entry->name.string(), entry.get()});
-  entry.release();
+SetIndex& Set::ownState() const {
+  if (!own_) {
+    own_ = std::make_unique<SetIndex>();
+    own_->children = children_;
+    if (populated_) fill(*own_);
+  }
+  return *own_;
 }
 
-void Set::populate() {
-  if (children_ == IDataStore::BADOFF) return;
-  Record::Offsets list(store_, children_);
+void Set::fill(SetIndex& index) const {
+  if (index.children == IDataStore::BADOFF) return;
+  Record::Offsets list(store_, index.children);
+  index.names.reserve(list.items());
   for (unsigned i = 0, n = list.items(); i < n; ++i) {
     unsigned child = list.get(i);
     if (!childKind(Record::peek(store_, child))) continue;
     // A later child whose name is taken stays in the list, unindexed.
-    index(child, Record::Entity(store_, child).name());
+    index.names.insert(Record::Entity(store_, child).name().string(), child);
   }
 }
 
+void Set::populate() {
+  populated_ = true;
+  // Inside a scope the shared index serves; it is built when first needed.
+  if (IndexCache::current(store_) != nullptr) return;
+  own_.reset();
+  ownState();
+}
+
 unsigned Set::items() const {
-  return static_cast<unsigned>(index_.size());
+  return state().names.size();
 }
 
 unsigned Set::at(unsigned i) const {
-  if (children_ == IDataStore::BADOFF) return IDataStore::BADOFF;
-  Record::Offsets list(store_, children_);
+  unsigned children = state().children;
+  if (children == IDataStore::BADOFF) return IDataStore::BADOFF;
+  Record::Offsets list(store_, children);
   return i < list.items() ? list.get(i) : IDataStore::BADOFF;
 }
 
 unsigned Set::find(const wchar_t* name) const {
   if (name == nullptr || reserved(name)) return IDataStore::BADOFF;
-  auto found = index_.find(name);
-  return found == index_.end() ? IDataStore::BADOFF : found->second->offset;
+  return state().names.find(name);
 }
 
 unsigned Set::lookup(const wchar_t* path) const {
@@ -116,61 +128,50 @@ bool Set::add(unsigned offset) {
   if (find(name.string()) != IDataStore::BADOFF || reserved(name.string())) return false;
   child.parent(offset_);
   child.update(true);
-  appendChild(offset);
-  index(offset, name);
+  SetIndex& index = state();
+  if (index.children != IDataStore::BADOFF) {
+    // The list is appended to without being read.
+    store_->append(index.children, &offset, 4);
+  } else {
+    Record::Offsets list(store_);
+    list.add(offset);
+    ParentRecord record(store_, offset_);
+    record.children(list.offset());
+    record.update(true);
+    index.children = list.offset();
+  }
+  index.names.insert(name.string(), offset);
   return true;
 }
 
-// Adds `offset` to the children list without reading it, creating the list at the first
-// child.
-void Set::appendChild(unsigned offset) {
-  if (children_ != IDataStore::BADOFF) {
-    store_->append(children_, &offset, 4);
-    return;
-  }
-  Record::Offsets list(store_);
-  list.add(offset);
-  ParentRecord record(store_, offset_);
-  record.children(list.offset());
-  record.update(true);
-  children_ = list.offset();
-}
-
 bool Set::remove(const wchar_t* name) {
-  if (name == nullptr) return false;
-  auto found = index_.find(name);
-  if (found == index_.end()) return false;
-  tEntry* entry = found->second;
-  unsigned child = entry->offset;
+  unsigned child = find(name);
+  if (child == IDataStore::BADOFF) return false;
   {
     Design::Logic logic(store_, child, false);
     if (!opened(logic) || (logic->flags() & Record::kNameLocked) || !logic->unreferenced())
       return false;
     logic->clear();
   }  // closed before the free: it holds a count on the record
-  store_->free(child);
-  index_.erase(entry->name.string());
-  delete entry;
-  Record::Offsets(store_, children_).removeVal(child);
+  release(child);
+  SetIndex& index = state();
+  index.names.erase(name);
+  Record::Offsets(store_, index.children).removeVal(child);
   return true;
 }
 
 bool Set::rename(const wchar_t* old, const wchar_t* name) {
   if (old == nullptr || name == nullptr || reserved(name)) return false;
   if (find(name) != IDataStore::BADOFF) return false;
-  auto found = index_.find(old);
-  if (found == index_.end()) return false;
-  tEntry* entry = found->second;
-  if (!childKind(Record::peek(store_, entry->offset))) return false;
-  Record::Entity record(store_, entry->offset);
+  unsigned child = find(old);
+  if (child == IDataStore::BADOFF || !childKind(Record::peek(store_, child))) return false;
+  Record::Entity record(store_, child);
   if (record.flags() & Record::kNameLocked) return false;
   // The array is deliberately twice the name's size: readers stop at the terminator, and
   // the arrays after it are placed by their stored lengths, so the padding is inert.
   unsigned length = static_cast<unsigned>(std::wcslen(name));
   record.name(name, 8 * length + 8);
-  index_.erase(found);
-  entry->name = name;
-  index_.insert({entry->name.string(), entry});
+  state().names.rename(old, name);
   return true;
 }
 
@@ -200,8 +201,9 @@ void Set::inherit(IDataStore* source, unsigned offset) {
 }
 
 unsigned Set::duplicate(IDataStore* target, unsigned parent) const {
-  if (children_ == IDataStore::BADOFF) return IDataStore::BADOFF;
-  Record::Offsets list(store_, children_);
+  unsigned children = state().children;
+  if (children == IDataStore::BADOFF) return IDataStore::BADOFF;
+  Record::Offsets list(store_, children);
   Record::Offsets copies(target);
   for (unsigned i = 0, n = list.items(); i < n; ++i) {
     unsigned entry = list.get(i);
@@ -220,39 +222,52 @@ unsigned Set::duplicate(IDataStore* target, unsigned parent) const {
 }
 
 bool Set::unreferenced() {
-  for (const auto& entry : index_) {
-    Design::Logic child(store_, entry.second->offset, false);
-    if (opened(child) && !child->unreferenced()) return false;
+  for (unsigned child : state().names.offsets()) {
+    Design::Logic logic(store_, child, false);
+    if (opened(logic) && !logic->unreferenced()) return false;
   }
   return true;
 }
 
 void Set::update() {
-  destroyEntries();
   children_ = ParentRecord(store_, offset_).children();
-  populate();
+  populated_ = true;
+  if (IndexCache* cache = IndexCache::current(store_)) {
+    cache->forget(offset_);
+    state();
+    return;
+  }
+  own_.reset();
+  ownState();
 }
 
 void Set::cleanup() {
-  if (children_ == IDataStore::BADOFF) return;
-  std::vector<tEntry*> entries;
-  entries.reserve(index_.size());
-  for (const auto& entry : index_)
-    entries.push_back(entry.second);
-  // Each entry leaves the index as its child goes, so a failure midway leaves the index
+  SetIndex& index = state();
+  if (index.children == IDataStore::BADOFF) return;
+  // Each name leaves the index as its child goes, so a failure midway leaves the index
   // naming exactly the children that are still there.
-  for (tEntry* entry : entries) {
+  for (unsigned child : index.names.offsets()) {
+    WideString name;
     {
-      Design::Logic child(store_, entry->offset, false);
-      if (opened(child)) child->clear();
+      Design::Logic logic(store_, child, false);
+      if (opened(logic)) {
+        name = logic->tag();
+        logic->clear();
+      } else {
+        name = Record::Entity(store_, child).name();
+      }
     }
-    store_->free(entry->offset);
-    index_.erase(entry->name.string());
-    delete entry;
+    release(child);
+    index.names.erase(name.string());
   }
-  store_->free(children_);
-  children_ = IDataStore::BADOFF;
-  index_.reset();
+  store_->free(index.children);
+  index.children = IDataStore::BADOFF;
+  index.names.clear();
+}
+
+void Set::release(unsigned offset) {
+  store_->free(offset);
+  if (IndexCache* cache = IndexCache::current(store_)) cache->forget(offset);
 }
 
 void Set::clearSet() {

@@ -1,6 +1,9 @@
 #ifndef KPL_DATA_METADATA_SET_H_
 #define KPL_DATA_METADATA_SET_H_
 
+#include <memory>
+
+#include "data/metadata/index_cache.h"
 #include "data/metadata/item.h"
 
 namespace kestrine::platform::data::metadata {
@@ -15,28 +18,25 @@ namespace kestrine::platform::data::Metadata {
 // set: add and rename refuse a name that is taken. Name look-ups never touch the store.
 //
 // The list may hold offsets the index does not name (records of other kinds, or a later
-// child whose name an earlier one already had when the set was populated): at() sees them,
+// child whose name an earlier one already had when the index was built): at() sees them,
 // items() does not. The order of children is the list's; the index has none.
 //
-// A set sees only its own changes; after the records were changed through another object,
-// update() rebuilds the index. Refusals change nothing.
+// Which index a set uses depends on where it is used. Inside the library's lock (an
+// IndexScope, taken by Metadata::Lock) every set object of the store works on the store's
+// shared, current index (IndexCache): a change made through one object is seen by the next
+// call through any other, and opening a set costs nothing more than its own record. Outside,
+// a set object works on its own index, built when it was opened, and sees only its own
+// changes until update(). Refusals change nothing.
 class Set : public Item {
  public:
-  // One indexed child; owned by the set, allocated from the pooled heap.
-  struct tEntry {
-    unsigned offset;
-    WideString name;
-    static void* operator new(std::size_t size);
-    static void operator delete(void* block, std::size_t size);
-  };
-
   Set();
   ~Set() override;
 
   // True when every indexed child is unreferenced (an empty set is).
   bool unreferenced() override;
 
-  // Builds the index from the children list.
+  // Builds the index from the children list (outside a scope; inside, the shared index is
+  // built when first needed).
   void populate();
   // Number of indexed names.
   unsigned items() const;
@@ -73,8 +73,8 @@ class Set : public Item {
   // field is left for the caller's clear() to rewrite.
   void cleanup();
 
-  // The children list's offset; BADOFF while the set never had a child.
-  unsigned children() const { return children_; }
+  // The children list's offset; BADOFF while the set has no child.
+  unsigned children() const { return state().children; }
 
  protected:
   // The shared halves of the concrete classes' clear(), clone() and inherit().
@@ -92,15 +92,22 @@ class Set : public Item {
   void inheritChain(metadata::ISchema* schema, WideString& base, unsigned baseSelector,
                     bool lockSource);
 
-  // Set by the derived constructors from the loaded record.
+  // The children field of the record as loaded; set by the derived constructors.
   unsigned children_;
 
  private:
-  void index(unsigned offset, const WideString& name);
-  void appendChild(unsigned offset);
-  void destroyEntries();
+  // The index this call works on: the store's shared one inside a scope, else the object's.
+  SetIndex& state() const;
+  SetIndex& ownState() const;
+  // Fills `index` from the children list that `index.children` names.
+  void fill(SetIndex& index) const;
+  // Frees a child's record, and forgets the shared index of a set that was there.
+  void release(unsigned offset);
 
-  NameIndex<tEntry*> index_;
+  mutable std::unique_ptr<SetIndex> own_;
+  bool populated_ = false;  // populate() ran: the own index holds the children
+  mutable IndexCache::Entry* shared_ = nullptr;
+  mutable unsigned long long serial_ = 0;  // the scope in which shared_ was pinned
 };
 
 }  // namespace kestrine::platform::data::Metadata

@@ -1,6 +1,7 @@
 #include "kestrine/platform/data/format/xml.h"
 
 #include "data/api/container_impl.h"
+#include "data/metadata/lock.h"
 #include "data/xml/xml_parsing_logic.h"
 #include "data/xml/xml_rendering_logic.h"
 #include "kestrine/platform/core/uuid.h"
@@ -24,15 +25,20 @@ void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic) {
 
 }  // namespace
 
+// A document is read and written under the store's lock: other threads never see a tree in
+// part, and the sets it fills share the store's indexes.
 void IXMLFrontEnd::parse(IDataStore* store, core::io::IDataReader* reader,
                          metadata::ISchemaLocator* locator, metadata::IURIResolver* resolver,
                          IErrorReporter* reporter) {
-  XML::XMLParsingLogic logic(store, nullptr, resolver, locator, reporter);
-  try {
-    tokenize(reader, &logic);
-  } catch (...) {
-    // A document read into a store of its own keeps what was read before the fault; the
-    // caller learns of it from the reports and the store, not from an exception.
+  {
+    Metadata::Lock lock(store);
+    XML::XMLParsingLogic logic(store, nullptr, resolver, locator, reporter);
+    try {
+      tokenize(reader, &logic);
+    } catch (...) {
+      // A document read into a store of its own keeps what was read before the fault; the
+      // caller learns of it from the reports and the store, not from an exception.
+    }
   }
   store->complete();
 }
@@ -43,6 +49,7 @@ void IXMLFrontEnd::parse(structure::IContainer* target, core::io::IDataReader* r
   // Only the library's own containers have a logic object to parse into.
   auto* container = dynamic_cast<structure::ContainerImpl*>(target);
   if (container == nullptr) return;
+  Metadata::Lock lock(container->store());
   XML::XMLParsingLogic logic(container->store(), container->logic(), resolver, locator, reporter);
   // Unlike a parse into a store, every failure reaches the caller, who holds the container.
   tokenize(reader, &logic);
@@ -55,6 +62,7 @@ void IXMLFrontEnd::serialize(IDataStore* store, core::io::IDataWriter* writer,
   // The answer of open is not consulted: a writer that did not open fails on its own.
   writer->open();
   serializer.attach(writer);
+  Metadata::Lock lock(store);
   XML::XMLRenderingLogic rendering(store, &serializer, locator, offset);
   serializer.detach();
   writer->close();

@@ -17,8 +17,9 @@ namespace kestrine::platform::core {
 // avalanche run in 64 bits; h starts at the byte length.
 //
 // For a wide string of n characters only the first n *bytes* of its storage are hashed,
-// roughly its first quarter. That is how the indexes have always hashed names; equality
-// decides matches, so the truncation only affects how keys spread.
+// roughly its first quarter: names that share their start and length ("item_1" ...
+// "item_9") all hash alike. The data layer's name indexes therefore hash whole names; this
+// kernel keeps its values for the schema locator's cache and for clients that rely on them.
 struct tMurmur2Kernel {
   static std::uint64_t hash(const void* data, std::size_t length) {
     const std::uint32_t m = 0x5bd1e995;
