@@ -1,5 +1,6 @@
 #include "data/api/container_impl.h"
 #include "data/api/handles.h"
+#include "data/api/item_operations.h"
 #include "data/metadata/lock.h"
 #include "data/metadata/root.h"
 #include "data/record/base.h"
@@ -44,10 +45,10 @@ SharedPtr<IContainer> IContainerFrontEnd::toplevel(IDataStore* store, WideString
   unsigned offset = root.find(wanted);
   // A name that belongs to a property is taken: nothing is created for it.
   if (offset != IDataStore::BADOFF) return Api::openContainer(store, offset);
-  Api::Pending<Structural::Container> created(
-      new Structural::Container(store, IContainer::kGroup, wanted));
-  root.add(created->offset());
-  return Api::makeHandle<ContainerImpl, IContainer>(created);
+  offset = Api::createChild<Structural::Container>(root, IContainer::kGroup, wanted);
+  // Refused when another process made the name at the same time: its container serves.
+  if (offset == IDataStore::BADOFF) return Api::openContainer(store, root.find(wanted));
+  return Api::openContainer(store, offset);
 }
 
 SharedPtr<IContainer> IContainerFrontEnd::find(IDataStore* store, WideString path) {

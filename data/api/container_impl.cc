@@ -104,6 +104,7 @@ SharedPtr<IContainer> ContainerImpl::create(tType type, WideString name,
   Lock lock(store());
   if (!Api::nameable(name) || logic_->find(name.value()) != kAbsent) return {};
   unsigned offset = Api::createChild<Structural::Container>(*logic_, type, name.value());
+  if (offset == kAbsent) return {};
   Api::Pending<Structural::Container> opened(new Structural::Container(store(), offset, false));
   if (schema != nullptr) opened->inherit(schema);
   switch (type) {
@@ -125,6 +126,7 @@ SharedPtr<metadata::IPrimitive> ContainerImpl::create(WideString name, metadata:
   if (!Api::nameable(name) || !Api::storable(type) || logic_->find(name.value()) != kAbsent)
     return {};
   unsigned offset = Api::createChild<Design::Primitive>(*logic_, type, name.value());
+  if (offset == kAbsent) return {};
   Api::Pending<Design::Primitive> opened(new Design::Primitive(store(), offset));
   return Api::makeHandle<metadata::DesignPrimitiveImpl, metadata::IPrimitive>(opened);
 }
@@ -133,6 +135,7 @@ SharedPtr<metadata::ITable> ContainerImpl::create(WideString name, metadata::ISc
   Lock lock(store());
   if (!Api::nameable(name) || logic_->find(name.value()) != kAbsent) return {};
   unsigned offset = Api::createChild<Design::Table>(*logic_, name.value());
+  if (offset == kAbsent) return {};
   Api::Pending<Design::Table> opened(new Design::Table(store(), offset, false));
   if (schema != nullptr) opened->inherit(schema);
   return Api::makeHandle<metadata::DesignTableImpl, metadata::ITable>(opened);

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string>
+#include <thread>
+
 #include "data/api/api_test_support.h"
 
 namespace kestrine::platform::data::api_test {
@@ -130,18 +134,96 @@ TEST_F(ContainerTest, QueriesTellContainersFromPropertiesAndFollowPaths) {
   EXPECT_TRUE(top_->create(L"box.inner", metadata::kInt16));
 }
 
-// Two handles opened on one empty container: catches the children list that the first one
-// creates being overwritten by the second one's first child.
-TEST_F(ContainerTest, SecondHandleDoesNotLoseTheFirstHandlesChildren) {
-  auto other = IContainerFrontEnd::toplevel(&store_, L"top");
-  EXPECT_TRUE(top_->empty());
-  ASSERT_TRUE(top_->create(L"first", metadata::kInt32));
-  EXPECT_FALSE(top_->empty());
-  ASSERT_TRUE(other->create(L"second", metadata::kInt32));
-  EXPECT_FALSE(other->create(L"first", metadata::kInt32));
-  auto fresh = IContainerFrontEnd::toplevel(&store_, L"top");
-  EXPECT_TRUE(fresh->has(L"first"));
-  EXPECT_TRUE(fresh->has(L"second"));
+// A memory store that does not track its changes, as a store of a client's own may not.
+class UntrackedStore : public MemoryDataStore {
+ public:
+  bool stamp(tStamp&) override { return false; }
+  IAttachment* attachment() override { return nullptr; }
+  void attach(std::unique_ptr<IAttachment>) override {}
+};
+
+// Renames the container record named `from` to `to` (of the same length) in its bytes, as a
+// client writing records straight into the store would.
+void renameBehindTheLibrary(MemoryDataStore& store, const std::wstring& from,
+                            const std::wstring& to) {
+  for (unsigned offset = 0; offset < 1000; ++offset) {
+    std::string bytes(store.size(offset), '\0');
+    store.read(offset, bytes.data(), 0xFFFFFFFF);
+    const std::size_t name = 32;  // a container record's name array
+    if (bytes.size() < name + 4 * from.size() || bytes[0] != 4) continue;
+    if (bytes.compare(name, 4 * from.size(), reinterpret_cast<const char*>(from.data()),
+                      4 * from.size()) != 0)
+      continue;
+    bytes.replace(name, 4 * to.size(), reinterpret_cast<const char*>(to.data()), 4 * to.size());
+    store.write(offset, bytes.data(), static_cast<unsigned>(bytes.size()), true);
+    return;
+  }
+  FAIL() << "no container record to rename";
+}
+
+// Catches: a handle that answers from what it knew when it was opened: children made,
+// renamed or removed through another handle, by another thread or straight in the records
+// missed, a name taken since given out twice, and a first child's list written over another.
+// On a store that tracks its changes and on one that does not.
+class SharedIndexTest : public ::testing::TestWithParam<bool> {};
+
+TEST_P(SharedIndexTest, EveryHandleSeesTheStoreAsItIsNow) {
+  std::unique_ptr<MemoryDataStore> store(GetParam() ? new MemoryDataStore : new UntrackedStore);
+  auto first = IContainerFrontEnd::toplevel(store.get(), L"top");
+  auto second = IContainerFrontEnd::toplevel(store.get(), L"top");
+  EXPECT_TRUE(second->empty());
+  ASSERT_TRUE(first->create(L"made", metadata::kInt32));
+  EXPECT_FALSE(second->empty());
+  EXPECT_TRUE(second->property(L"made"));
+  EXPECT_FALSE(second->create(L"made", metadata::kInt32));
+  EXPECT_FALSE(second->create(IContainer::kGroup, L"made", nullptr));
+  ASSERT_TRUE(second->create(L"other", metadata::kInt32));
+  EXPECT_TRUE(first->has(L"other"));
+
+  auto box = first->create(IContainer::kGroup, L"box", nullptr);
+  ASSERT_TRUE(box->rename(L"crate"));
+  EXPECT_TRUE(second->container(L"crate"));
+  EXPECT_FALSE(second->has(L"box"));
+  EXPECT_TRUE(second->create(IContainer::kGroup, L"box", nullptr));
+  box.reset();
+  ASSERT_TRUE(second->destroy(L"made"));
+  EXPECT_FALSE(first->has(L"made"));
+  EXPECT_TRUE(first->create(L"made", metadata::kDouble));
+
+  std::thread([&] {
+    IContainerFrontEnd::toplevel(store.get(), L"top")->create(L"threaded", metadata::kInt8);
+  }).join();
+  EXPECT_TRUE(first->has(L"threaded"));
+
+  renameBehindTheLibrary(*store, L"crate", L"cargo");
+  EXPECT_TRUE(first->container(L"cargo"));
+  EXPECT_FALSE(second->has(L"crate"));
+  EXPECT_EQ(IContainerFrontEnd::find(store.get(), L"top.cargo")->tag().string(),
+            std::wstring(L"cargo"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, SharedIndexTest, ::testing::Values(true, false),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                           return info.param ? "Tracked" : "Untracked";
+                         });
+
+// Catches: the indexes of small containers, dropped to make room, rebuilt wrong or used after
+// being dropped (under AddressSanitizer).
+TEST(SharedIndex, IndexesDroppedForRoomAreRebuiltWhenNeeded) {
+  MemoryDataStore store;
+  auto top = IContainerFrontEnd::toplevel(&store, L"top");
+  const int kGroups = 20000;  // well past the room kept for the indexes of small sets
+  for (int i = 0; i < kGroups; ++i) {
+    auto group = top->create(IContainer::kGroup, (L"g" + std::to_wstring(i)).c_str(), nullptr);
+    ASSERT_TRUE(group->create((L"v" + std::to_wstring(i)).c_str(), metadata::kInt8));
+  }
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < kGroups; i += 7) {
+      auto group = top->container((L"g" + std::to_wstring(i)).c_str());
+      ASSERT_TRUE(group->has((L"v" + std::to_wstring(i)).c_str())) << i;
+      ASSERT_FALSE(group->has(L"v")) << i;
+    }
+  }
 }
 
 // Catches descriptions lost with the handle that gave them, or read other than by locale.

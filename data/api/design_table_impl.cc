@@ -43,6 +43,7 @@ SharedPtr<ITable> DesignTableImpl::create(WideString name, ISchema* schema) {
   Lock lock(store());
   if (!Api::nameable(name) || table()->lookup(name.value()) != kAbsent) return {};
   unsigned offset = Api::createChild<Design::Table>(*table(), name.value());
+  if (offset == kAbsent) return {};
   Api::Pending<Design::Table> opened(new Design::Table(store(), offset, false));
   if (schema != nullptr) opened->inherit(schema);
   return Api::makeHandle<DesignTableImpl, ITable>(opened);
@@ -53,6 +54,7 @@ SharedPtr<IPrimitive> DesignTableImpl::create(WideString name, tValue type, unit
   if (!Api::nameable(name) || !Api::storable(type) || table()->lookup(name.value()) != kAbsent)
     return {};
   unsigned offset = Api::createChild<Design::Primitive>(*table(), type, name.value());
+  if (offset == kAbsent) return {};
   Api::Pending<Design::Primitive> opened(new Design::Primitive(store(), offset));
   Design::Primitive* primitive = opened.get();
   SharedPtr<IPrimitive> handle = Api::makeHandle<DesignPrimitiveImpl, IPrimitive>(opened);

@@ -31,12 +31,19 @@ WideString localize(Metadata::Item& item, const WideString& locale);
 
 // Links a new child into `set`: builds it with its creating constructor (which writes the
 // record), adds it to the set's index, closes the creating object and returns the offset. The
-// caller has checked the name and reopens the record for its handle.
+// caller has checked the name and reopens the record for its handle. BADOFF, with the new
+// record freed again, when the set refuses it after all: a name no index may hold, or one that
+// another process's commit, taken in at this call's first change, has just taken.
 template <class Logic, class... Arguments>
 unsigned createChild(Metadata::Set& set, Arguments... arguments) {
-  Logic created(set.store(), arguments...);
-  set.add(created.offset());
-  return created.offset();
+  unsigned offset;
+  {
+    Logic created(set.store(), arguments...);
+    offset = created.offset();
+    if (set.add(offset)) return offset;
+  }
+  set.store()->free(offset);
+  return Metadata::IDataStore::BADOFF;
 }
 
 // Whether `name` can name a new child: a name is required, since the empty one would never

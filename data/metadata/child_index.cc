@@ -61,11 +61,13 @@ std::size_t hashCharacters(const wchar_t* name, std::size_t length) {
 // Whether packed bytes hold exactly the characters of `name`.
 bool holds(const unsigned char* at, std::size_t size, const wchar_t* name, std::size_t length) {
   if (size == length) {
-    // One byte a character: all of them ASCII, or the name differs somewhere. Names that
-    // collide mostly share their start, so the comparison runs from the end.
-    for (std::size_t i = length; i-- > 0;)
+    // As many bytes as characters: the common case of an ASCII name, compared directly, from
+    // the end, since names that collide mostly share their start. A byte of a longer varint
+    // sends the comparison the slow way: it must not match a character of the same value.
+    std::size_t i = length;
+    while (i-- > 0 && at[i] < 0x80)
       if (at[i] != static_cast<std::uint32_t>(name[i])) return false;
-    return true;
+    if (i == static_cast<std::size_t>(-1)) return true;
   }
   const unsigned char* end = at + size;
   for (std::size_t i = 0; i < length; ++i) {

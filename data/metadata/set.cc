@@ -96,6 +96,13 @@ void Set::populate() {
   ownState();
 }
 
+// Outside a scope this needs no index, so it builds none: a set that several threads read,
+// such as a layout's definition, is never changed by reading it.
+unsigned Set::children() const {
+  if (IndexCache::current(store_) != nullptr) return state().children;
+  return own_ ? own_->children : children_;
+}
+
 unsigned Set::items() const {
   return state().names.size();
 }

@@ -74,7 +74,7 @@ class Set : public Item {
   void cleanup();
 
   // The children list's offset; BADOFF while the set has no child.
-  unsigned children() const { return state().children; }
+  unsigned children() const;
 
  protected:
   // The shared halves of the concrete classes' clear(), clone() and inherit().

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "core/storage/datastore_test_support.h"
+#include "kestrine/platform/core/lmdb_datastore.h"
+#include "kestrine/platform/data/structure/container.h"
 #include "tools/kmeta/kmeta_process.h"
 #include "tools/kmeta/options.h"
 
@@ -268,6 +270,44 @@ TEST_F(KmetaTest, SchemaDocumentsServeParsingExportAndValidation) {
                 "no schema 'gasket' in the schema documents");
   expectFailure(kmeta({"validate", "--store", store(), "--schemas", schemas, "n.s", "flange"}),
                 "no container or table at 'n.s'");
+}
+
+// Catches: a process answering from the indexes it built before another process changed the
+// store file: a container imported elsewhere not found or made a second time, also when the
+// other import lands while this process holds the store's lock and has read the tree (its
+// first change then moves it on to the newest state).
+TEST_F(KmetaTest, ChangesMadeByOtherProcessesAreSeenByTheNextCall) {
+  using kestrine::platform::core::storage::datastore::IDataStore;
+  using kestrine::platform::core::storage::datastore::LmdbDataStore;
+  using kestrine::platform::data::structure::IContainerFrontEnd;
+  auto import = [&](const std::string& group) {
+    std::string document = "<root name=\"r\"><group name=\"" + group +
+                           "\"><int32 name=\"n\">1</int32></group></root>";
+    return kmeta({"import", "--store", store(), file(group + ".xml", document)}).status;
+  };
+  ASSERT_EQ(kmeta({"import", "--store", store(), file("doc.xml", kDocument)}).status, 0);
+  {
+    LmdbDataStore open(store());
+    ASSERT_TRUE(IContainerFrontEnd::find(&open, L"pumps"));
+    ASSERT_EQ(import("valves"), 0);
+    auto valves = IContainerFrontEnd::find(&open, L"valves");
+    ASSERT_TRUE(valves);
+    EXPECT_TRUE(valves->has(L"n"));
+
+    std::unique_ptr<IDataStore::ILock> held(open.lock());
+    IDataStore::tStamp reading;
+    open.stamp(reading);  // the state this holder reads from, until its first change
+    ASSERT_EQ(import("late"), 0);
+    auto late = IContainerFrontEnd::toplevel(&open, L"late");
+    ASSERT_TRUE(late);
+    EXPECT_TRUE(late->has(L"n")) << "a second, empty 'late' was made";
+  }
+  EXPECT_EQ(kmeta({"ls", "--store", store()}).out,
+            "kind\tname\tclass\tunit\tdimension\tflags\n"
+            "group\tpumps\t\t\t1\t\n"
+            "table\tlimits\t\t\t1\t\n"
+            "group\tvalves\t\t\t1\t\n"
+            "group\tlate\t\t\t1\t\n");
 }
 
 }  // namespace
