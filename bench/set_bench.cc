@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "data/metadata/child_index.h"
 #include "data/metadata/root.h"
 #include "data/record/primitive.h"
 #include "kestrine/platform/core/datastore.h"
@@ -122,6 +123,22 @@ void BM_FindStdUnorderedMap(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// The memory a set's name index holds per child, names included; the time is that of filling
+// it.
+void BM_IndexBytesPerChild(benchmark::State& state) {
+  unsigned n = static_cast<unsigned>(state.range(0));
+  std::vector<WideString> names = itemNames(n);
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    kestrine::platform::data::Metadata::ChildIndex index;
+    for (unsigned i = 0; i < n; ++i)
+      index.insert(names[i].string(), i);
+    bytes = index.memory();
+  }
+  state.counters["bytes_per_child"] = static_cast<double>(bytes) / n;
+}
+
+BENCHMARK(BM_IndexBytesPerChild)->RangeMultiplier(10)->Range(100, 1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Add)->RangeMultiplier(10)->Range(100, 1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Find)->RangeMultiplier(10)->Range(100, 1000000);
 BENCHMARK(BM_FindStdUnorderedMap)->RangeMultiplier(10)->Range(100, 1000000);

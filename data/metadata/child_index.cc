@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <iterator>
 
 #include "data/metadata/name_index.h"
 
@@ -119,11 +120,17 @@ ChildIndex::Bytes ChildIndex::bytes(Position position) const {
 // A stored name is unpacked to be hashed: only when it is inserted and when the map grows.
 std::size_t ChildIndex::hashStored(Position position) const {
   Bytes name = bytes(position);
-  std::vector<wchar_t> characters;
-  characters.reserve(name.size);
+  wchar_t local[128];
+  std::vector<wchar_t> heap;
+  wchar_t* characters = local;
+  if (name.size > std::size(local)) {
+    heap.resize(name.size);
+    characters = heap.data();
+  }
+  std::size_t length = 0;
   for (const unsigned char* at = name.data; at != name.data + name.size;)
-    characters.push_back(static_cast<wchar_t>(getVarint(at)));
-  return hashCharacters(characters.data(), characters.size());
+    characters[length++] = static_cast<wchar_t>(getVarint(at));
+  return hashCharacters(characters, length);
 }
 
 bool ChildIndex::holdsProbe(Position position) const {

@@ -79,7 +79,9 @@ TEST(ChildIndex, RenamesAndErasuresKeepEveryOtherEntry) {
     std::wstring before = L"name_" + std::to_wstring(i), after = L"renamed_" + std::to_wstring(i);
     unsigned expected = i % 4 == 1 ? kAbsent : unsigned(i);
     EXPECT_EQ(index.find((i % 2 == 0 ? after : before).c_str()), expected) << i;
-    if (i % 2 == 0) EXPECT_EQ(index.find(before.c_str()), kAbsent) << i;
+    if (i % 2 == 0) {
+      EXPECT_EQ(index.find(before.c_str()), kAbsent) << i;
+    }
   }
   std::vector<unsigned> offsets = index.offsets();
   EXPECT_EQ(offsets.size(), index.size());

@@ -80,11 +80,11 @@ void Set::fill(SetIndex& index) const {
   if (index.children == IDataStore::BADOFF) return;
   Record::Offsets list(store_, index.children);
   index.names.reserve(list.items());
+  WideString name;
   for (unsigned i = 0, n = list.items(); i < n; ++i) {
     unsigned child = list.get(i);
-    if (!childKind(Record::peek(store_, child))) continue;
     // A later child whose name is taken stays in the list, unindexed.
-    index.names.insert(Record::Entity(store_, child).name().string(), child);
+    if (childKind(Record::peekName(store_, child, name))) index.names.insert(name.string(), child);
   }
 }
 

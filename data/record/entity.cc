@@ -1,7 +1,9 @@
 #include "data/record/entity.h"
 
 #include <algorithm>
+#include <cstring>
 #include <cwchar>
+#include <string>
 #include <vector>
 
 namespace kestrine::platform::data::Record {
@@ -90,5 +92,43 @@ void Entity::initName(const wchar_t* text) {
 }
 
 Property::Property(IDataStore* store, unsigned size, tType kind) : Entity(store, size, kind) {}
+
+tType peekName(IDataStore* store, unsigned offset, core::string::WideString& name) {
+  name.clear();
+  unsigned char head[128];
+  unsigned read = store->read(offset, head, sizeof head);
+  tType kind = static_cast<tType>(read != 0 ? head[0] : 0);
+  if (kind != kPrimitive && kind != kTable && kind != kContainer) return kind;
+  const ArrayLayout& layout = layoutOf(kind);
+  if (read < layout.fixed) return kind;
+  auto field = [&](unsigned position) {
+    std::uint32_t value;
+    std::memcpy(&value, head + position, 4);
+    return value;
+  };
+  // The name's place: after the fixed part and the arrays stored before it.
+  unsigned long long start = layout.fixed;
+  for (unsigned i = 0; layout.selectors[i] != layout.name; ++i)
+    start += field(layout.selectors[i]);
+  unsigned long long end = start + field(layout.name);
+  std::vector<unsigned char> whole;
+  const unsigned char* bytes = head;
+  if (end > read && read == sizeof head) {
+    whole.resize(static_cast<std::size_t>(std::min<unsigned long long>(end, store->size(offset))));
+    read = store->read(offset, whole.data(), static_cast<unsigned>(whole.size()));
+    bytes = whole.data();
+  }
+  end = std::min<unsigned long long>(end, read);
+  // Up to the terminator: a renamed child's array is longer than its name.
+  std::wstring characters;
+  for (unsigned long long at = start; at + 4 <= end; at += 4) {
+    wchar_t character;
+    std::memcpy(&character, bytes + at, 4);
+    if (character == 0) break;
+    characters.push_back(character);
+  }
+  name = core::string::WideString(characters.data(), static_cast<unsigned>(characters.size()));
+  return kind;
+}
 
 }  // namespace kestrine::platform::data::Record

@@ -79,6 +79,12 @@ class Property : public Entity {
 // Bytes a wide string of `text`'s length takes with its terminator (4k + 4).
 unsigned wideBytes(const wchar_t* text);
 
+// The kind of the record at `offset` (as peek() gives it) and, for a primitive, table or
+// container, its name (else the name is left empty). Only the start of the record is read, up
+// to the end of the name: a set indexes its children by name, and a primitive's values, which
+// follow its name, may be large.
+tType peekName(IDataStore* store, unsigned offset, core::string::WideString& name);
+
 }  // namespace kestrine::platform::data::Record
 
 #endif  // KPL_DATA_RECORD_ENTITY_H_
