@@ -16,6 +16,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "data/xml/element.h"
@@ -100,18 +101,11 @@ void PrintStream(benchmark::State& state, tValue type) {
   });
 }
 
+// Wide text as the writers need it, or the narrow text the wide form is made from.
+template <class Char>
 void PrintCharconv(benchmark::State& state, tValue type) {
   const Samples& values = samples(type);
-  wchar_t out[XML::kNumberTextSize];
-  eachValue(state, [&](std::size_t i) {
-    benchmark::DoNotOptimize(
-        XML::printNumber(type, values.elements[i].data(), out, XML::FloatDigits::kSeven));
-  });
-}
-
-void PrintCharconvNarrow(benchmark::State& state, tValue type) {
-  const Samples& values = samples(type);
-  char out[XML::kNumberTextSize];
+  Char out[XML::kNumberTextSize];
   eachValue(state, [&](std::size_t i) {
     benchmark::DoNotOptimize(
         XML::printNumber(type, values.elements[i].data(), out, XML::FloatDigits::kSeven));
@@ -134,16 +128,23 @@ void ScanCharconv(benchmark::State& state, tValue type) {
   });
 }
 
-#define NUMBER_TEXT_BENCHMARKS(function)                  \
-  BENCHMARK_CAPTURE(function, int32, metadata::kInt32);   \
-  BENCHMARK_CAPTURE(function, uint64, metadata::kUInt64); \
-  BENCHMARK_CAPTURE(function, scalar, metadata::kScalar); \
-  BENCHMARK_CAPTURE(function, double, metadata::kDouble)
-
-NUMBER_TEXT_BENCHMARKS(PrintStream);
-NUMBER_TEXT_BENCHMARKS(PrintCharconv);
-NUMBER_TEXT_BENCHMARKS(PrintCharconvNarrow);
-NUMBER_TEXT_BENCHMARKS(ScanStream);
-NUMBER_TEXT_BENCHMARKS(ScanCharconv);
+// Every benchmark for every type, named as in "ScanCharconv/double".
+const bool kRegistered = [] {
+  const std::pair<const char*, void (*)(benchmark::State&, tValue)> benchmarks[] = {
+      {"PrintStream", PrintStream},
+      {"PrintCharconv", PrintCharconv<wchar_t>},
+      {"PrintCharconvNarrow", PrintCharconv<char>},
+      {"ScanStream", ScanStream},
+      {"ScanCharconv", ScanCharconv}};
+  const std::pair<const char*, tValue> types[] = {{"int32", metadata::kInt32},
+                                                  {"uint64", metadata::kUInt64},
+                                                  {"scalar", metadata::kScalar},
+                                                  {"double", metadata::kDouble}};
+  for (const auto& [name, function] : benchmarks) {
+    for (const auto& [typeName, type] : types)
+      benchmark::RegisterBenchmark((std::string(name) + "/" + typeName).c_str(), function, type);
+  }
+  return true;
+}();
 
 }  // namespace
