@@ -13,8 +13,8 @@
 
 namespace kestrine::platform::data::XML {
 
-// The characters printNumber may write, terminator included. The longest number takes 24
-// ("-2.2250738585072014e-308").
+// The size in characters of the buffer printNumber writes into: room for the longest number,
+// 24 characters ("-2.2250738585072014e-308"), its terminator, and some to spare.
 constexpr std::size_t kNumberTextSize = 32;
 
 // How printNumber writes a floating-point element (scalar, double, and one vector or matrix
@@ -50,14 +50,14 @@ std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out
 // the caller keeps the element's width (300 read for an int8 keeps 44); int64 and uint64 fill
 // 8 bytes, scalar 4 (a float) and the other types 8 (a double).
 //
-// Leading spaces, tabs and line breaks are skipped and whatever follows the number is ignored
-// ("12abc" gives 12, "1.5" read as an int gives 1, "0x10" gives 0). A number is an optional
-// sign, then digits; for floating-point types digits with at most one point, then optionally
-// "e" or "E", a sign and digits. An unsigned type takes a "-" and wraps the value ("-1" gives
-// the largest value). A floating-point value too small for its type reads as zero of its
-// sign. False, leaving `element` untouched, for any other type and when the number is
-// missing, out of the read type's range, or is a float whose exponent mark has no digits
-// ("1e", "1e+"); "inf", "nan" and hexadecimal are never read.
+// Leading white space (space, \t, \n, \v, \f, \r) is skipped and whatever follows the
+// number is ignored ("12abc" gives 12, "1.5" read as an int gives 1, "0x10" gives 0). A number
+// is an optional sign and digits; for floating-point types digits with at most one point, then
+// optionally "e" or "E", a sign and digits. An unsigned type takes a "-" and wraps the value
+// ("-1" gives the largest value). A floating-point value that rounds below the smallest
+// denormal reads as a zero of its sign. False, leaving `element` untouched, for any other type
+// and when the number is missing, out of the read type's range, or is a float whose exponent
+// mark has no digits ("1e", "1e+"); "inf", "nan" and hexadecimal are never read.
 bool scanNumber(metadata::tValue type, const char* text, char* element);
 
 }  // namespace kestrine::platform::data::XML
