@@ -83,9 +83,10 @@ void expectSameScan(const std::string& text, unsigned first = 0, unsigned last =
   }
 }
 
-// Doubles around every place where the seven-digit text changes shape: powers of ten (where
+// Doubles around every place where the seven-digit text changes shape, powers of ten (where
 // fixed turns into exponent notation and the exponent gains a digit) and the values that round
-// up to them, a few units in the last place either side.
+// up to them, and around a seventh-digit tie in every decade; each with its neighbours, double
+// and float.
 std::vector<double> awkwardDoubles() {
   std::vector<double> values = {
       0.0, -0.0, Limits::denorm_min(), Limits::min(), Limits::min() - Limits::denorm_min(),
@@ -95,16 +96,19 @@ std::vector<double> awkwardDoubles() {
       fromBits(0xfff0000deadbeef0),
       // the examples everyone tries, and exact ties at the seventh digit, odd and even
       9999999.5, 999999.95, 0.00001, 0.0001, 3.14159265, 1234567.5, 1234566.5, 12345675, 12345665};
+  std::mt19937_64 random(5);
   for (int exponent = -330; exponent <= 310; ++exponent) {
-    for (const char* mantissa : {"1", "99999995", "99999994999999999", "5"}) {
-      const std::string text = mantissa + ("e" + std::to_string(exponent));
+    const std::string tie = std::to_string(1000000 + random() % 9000000) + "5";
+    for (const std::string& mantissa : {std::string("1"), std::string("99999995"), tie}) {
+      const std::string text = mantissa + "e" + std::to_string(exponent);
       double value = 0;
       std::from_chars(text.data(), text.data() + text.size(), value);
-      for (int step = 0; step < 3; ++step) {
-        values.push_back(value);
-        values.push_back(-value);
-        values.push_back(static_cast<float>(value));
-        value = std::nextafter(value, step % 2 ? Limits::infinity() : 0.0);
+      const float single = static_cast<float>(value);
+      for (double near :
+           {value, std::nextafter(value, 0.0), std::nextafter(value, HUGE_VAL),
+            double{std::nextafter(single, 0.0f)}, double{std::nextafter(single, HUGE_VALF)}}) {
+        values.push_back(near);
+        values.push_back(-near);
       }
     }
   }
