@@ -1,0 +1,215 @@
+#include "data/xml/number_text.h"
+
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <type_traits>
+
+namespace kestrine::platform::data::XML {
+
+namespace {
+
+template <class T>
+T load(const char* element) {
+  T value;
+  std::memcpy(&value, element, sizeof value);
+  return value;
+}
+
+std::size_t terminate(char* out, char* end) {
+  *end = '\0';
+  return static_cast<std::size_t>(end - out);
+}
+
+// Writes the element's value as type Held. The seven-digit form is what printf's "%.7g" gives,
+// which is what the stream wrote (a float widened to a double, which changes no digit):
+// to_chars with a precision is defined to match it digit for digit, exponent padding ("1e-05")
+// and "-nan" included.
+template <class Held>
+std::size_t printAs(const char* element, char* out, FloatDigits digits) {
+  char* const last = out + kNumberTextSize - 1;
+  if constexpr (std::is_same_v<Held, bool>) {
+    // Read as a byte, never as a bool object: scanning a bool stores any number, 2 included.
+    return terminate(out, std::to_chars(out, last, load<unsigned char>(element) != 0 ? 1 : 0).ptr);
+  } else if constexpr (std::is_floating_point_v<Held>) {
+    const Held value = load<Held>(element);
+    if (digits == FloatDigits::kShortest)
+      return terminate(out, std::to_chars(out, last, value).ptr);
+    return terminate(out, std::to_chars(out, last, value, std::chars_format::general, 7).ptr);
+  } else {
+    return terminate(out, std::to_chars(out, last, load<Held>(element)).ptr);
+  }
+}
+
+// The classic locale's white space, the characters the stream skipped before a number.
+bool isSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+const char* skipSpace(const char* text) {
+  while (isSpace(*text))
+    ++text;
+  return text;
+}
+
+const char* skipSign(const char* text) {
+  return *text == '+' || *text == '-' ? text + 1 : text;
+}
+
+const char* skipDigits(const char* text) {
+  while (isDigit(*text))
+    ++text;
+  return text;
+}
+
+// Reads [+-]digits the way the stream did: into 64 bits first, refusing what does not fit the
+// read type, where a "-" before an unsigned type wraps the magnitude (as strtoul does) rather
+// than failing. A full int went through a long and was then checked against int's range,
+// which comes to the same bounds.
+template <class Integer>
+bool readInteger(const char* text, Integer& result) {
+  const bool negative = *text == '-';
+  const char* const first = skipSign(text);
+  const char* const last = skipDigits(first);
+  std::uint64_t magnitude;
+  if (std::from_chars(first, last, magnitude).ec != std::errc()) return false;
+  constexpr std::uint64_t kMax = std::numeric_limits<Integer>::max();
+  const std::uint64_t limit = negative && std::is_signed_v<Integer> ? kMax + 1 : kMax;
+  if (magnitude > limit) return false;
+  result = static_cast<Integer>(negative ? 0 - magnitude : magnitude);
+  return true;
+}
+
+// The end of the characters the stream collected for a floating-point number: a sign, digits
+// with at most one point, and then "e" or "E", a sign and digits. It stopped at anything else,
+// so "0x10" ends after the 0 and "inf" at once, and then failed unless all it collected formed
+// a number ("1e" and "." fail, "5." does not).
+const char* floatEnd(const char* text) {
+  const char* end = skipSign(text);
+  for (bool sawPoint = false; isDigit(*end) || (*end == '.' && !sawPoint); ++end)
+    sawPoint |= *end == '.';
+  if (*end != 'e' && *end != 'E') return end;
+  return skipDigits(skipSign(end + 1));
+}
+
+// Whether a number that from_chars found out of range lies below one, having underflowed
+// rather than overflowed. It lies dozens of decades away from one, so the decade of its first
+// non-zero digit decides: the count of digits before the point, leading zeros aside, or less
+// the zeros right after the point, moved by the exponent. An exponent too long for 64 bits
+// stands for one beyond any count of digits a string in memory can hold.
+bool belowOne(const char* first, const char* last) {
+  const char* digit = skipSign(first);
+  while (*digit == '0')
+    ++digit;
+  const char* const point = skipDigits(digit);
+  std::int64_t decade = point - digit;
+  if (decade == 0 && *point == '.') {
+    for (const char* zero = point + 1; *zero == '0'; ++zero)
+      --decade;
+  }
+  const char* const mark = skipDigits(*point == '.' ? point + 1 : point);
+  std::int64_t exponent = 0;
+  if (mark != last) {
+    constexpr std::int64_t kBeyond = std::int64_t{1} << 62;
+    if (std::from_chars(skipSign(mark + 1), last, exponent).ec != std::errc()) exponent = kBeyond;
+    if (mark[1] == '-') exponent = -exponent;
+  }
+  return decade + exponent <= 0;
+}
+
+// Reads the way the stream did, which handed what it collected to strtod (strtof for a
+// float) and failed unless every collected character was used and the result was finite. An
+// underflow was no failure there: strtod's zero of the right sign was kept. from_chars rounds
+// the same way but refuses both overflow and underflow, and takes no "+".
+template <class Float>
+bool readFloat(const char* text, Float& result) {
+  const char* const first = *text == '+' ? text + 1 : text;
+  const char* const last = floatEnd(text);
+  const auto [end, error] = std::from_chars(first, last, result);
+  if (end != last || error == std::errc::invalid_argument) return false;
+  if (error == std::errc()) return true;
+  if (!belowOne(first, last)) return false;
+  result = *first == '-' ? -Float{0} : Float{0};
+  return true;
+}
+
+template <class Read>
+bool scanAs(const char* text, char* element) {
+  text = skipSpace(text);
+  Read value;
+  bool read;
+  if constexpr (std::is_floating_point_v<Read>) {
+    read = readFloat(text, value);
+  } else {
+    read = readInteger(text, value);
+  }
+  if (read) std::memcpy(element, &value, sizeof value);
+  return read;
+}
+
+// What each numeric type's element holds, and the type a token is read as.
+struct Conversion {
+  std::size_t (*print)(const char* element, char* out, FloatDigits digits);
+  bool (*scan)(const char* text, char* element);
+};
+
+template <class Held, class Read>
+constexpr Conversion conversion() {
+  return {&printAs<Held>, &scanAs<Read>};
+}
+
+constexpr metadata::tValue kFirstNumeric = metadata::kBool;
+constexpr Conversion kConversions[] = {
+    conversion<bool, int>(),                     // kBool
+    conversion<std::int8_t, int>(),              // kInt8
+    conversion<std::uint8_t, unsigned>(),        // kUInt8
+    conversion<std::int16_t, int>(),             // kInt16
+    conversion<std::uint16_t, unsigned>(),       // kUInt16
+    conversion<std::int32_t, int>(),             // kInt32
+    conversion<std::uint32_t, unsigned>(),       // kUInt32
+    conversion<std::int64_t, std::int64_t>(),    // kInt64
+    conversion<std::uint64_t, std::uint64_t>(),  // kUInt64
+    conversion<float, float>(),                  // kScalar
+    conversion<double, double>(),                // kDouble
+    conversion<double, double>(),                // kVector2
+    conversion<double, double>(),                // kVector3
+    conversion<double, double>(),                // kVector4
+    conversion<double, double>(),                // kMatrix2x2
+    conversion<double, double>(),                // kMatrix3x3
+    conversion<double, double>(),                // kMatrix4x4
+};
+
+const Conversion* conversionOf(metadata::tValue type) {
+  const std::size_t index = type - kFirstNumeric;  // wraps for the types below
+  return index < std::size(kConversions) ? &kConversions[index] : nullptr;
+}
+
+}  // namespace
+
+std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits) {
+  const Conversion* conversion = conversionOf(type);
+  return conversion != nullptr ? conversion->print(element, out, digits) : 0;
+}
+
+std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out,
+                        FloatDigits digits) {
+  char text[kNumberTextSize];
+  const std::size_t length = printNumber(type, element, text, digits);
+  if (length == 0) return 0;
+  for (std::size_t i = 0; i <= length; ++i)
+    out[i] = static_cast<unsigned char>(text[i]);
+  return length;
+}
+
+bool scanNumber(metadata::tValue type, const char* text, char* element) {
+  const Conversion* conversion = conversionOf(type);
+  return conversion != nullptr && conversion->scan(text, element);
+}
+
+}  // namespace kestrine::platform::data::XML

@@ -1,0 +1,297 @@
+#include "data/xml/number_text.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "data/xml/element.h"
+#include "data/xml/value_text.h"
+
+// Differential tests: the stream-based Element::print and Element::scan are the reference
+// that every value and every token must agree with, byte for byte.
+
+namespace kestrine::platform::data::XML {
+namespace {
+
+using Bytes = std::array<unsigned char, 8>;
+using Limits = std::numeric_limits<double>;
+
+constexpr metadata::tValue kFirst = metadata::kBool, kLast = metadata::kMatrix4x4;
+
+template <class T>
+Bytes bytesOf(T value) {
+  Bytes bytes{};
+  std::memcpy(bytes.data(), &value, sizeof value);
+  return bytes;
+}
+
+double fromBits(std::uint64_t bits) {
+  double value;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
+float floatFromBits(std::uint32_t bits) {
+  float value;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
+// Compares the text of one element's bytes as each type from `first` to `last` (by default
+// every type, the non-numeric ones around them included), in both widths of character.
+void expectSamePrint(const Bytes& element, unsigned first = 0, unsigned last = kLast + 2) {
+  const char* bytes = reinterpret_cast<const char*>(element.data());
+  for (unsigned type = first; type <= last; ++type) {
+    const auto value = metadata::tValue(type);
+    wchar_t reference[kNumberText] = L"untouched";
+    const bool printed = Element::print(value, bytes, reference);
+    wchar_t wide[kNumberTextSize] = L"untouched";
+    char narrow[kNumberTextSize] = "untouched";
+    const std::size_t length = printNumber(value, bytes, narrow, FloatDigits::kSeven);
+    ASSERT_EQ(printNumber(value, bytes, wide, FloatDigits::kSeven), length);
+    ASSERT_EQ(std::wstring(wide), std::wstring(reference)) << "type " << type;
+    ASSERT_EQ(std::wstring(narrow, narrow + std::strlen(narrow)), std::wstring(reference));
+    ASSERT_EQ(length, printed ? std::strlen(narrow) : 0u);
+  }
+}
+
+struct Scanned {
+  bool read;
+  Bytes bytes;
+  bool operator==(const Scanned& other) const { return read == other.read && bytes == other.bytes; }
+};
+
+// Compares reading `text` for every type: the answer and all 8 bytes, sign of zero and NaN
+// bits included, starting from bytes that a refusal must leave as they were.
+void expectSameScan(const std::string& text, unsigned first = 0, unsigned last = kLast + 2) {
+  for (unsigned type = first; type <= last; ++type) {
+    Scanned reference{false, {}}, scanned{false, {}};
+    reference.bytes.fill(0xa5);
+    scanned.bytes.fill(0xa5);
+    const auto value = metadata::tValue(type);
+    reference.read = Element::scan(value, text.c_str(), reinterpret_cast<char*>(&reference.bytes));
+    scanned.read = scanNumber(value, text.c_str(), reinterpret_cast<char*>(&scanned.bytes));
+    ASSERT_EQ(scanned, reference) << "type " << type << " token \"" << text << '"';
+  }
+}
+
+// Doubles around every place where the seven-digit text changes shape, powers of ten (where
+// fixed turns into exponent notation and the exponent gains a digit) and the values that round
+// up to them, and around a seventh-digit tie in every decade; each with its neighbours, double
+// and float.
+std::vector<double> awkwardDoubles() {
+  std::vector<double> values = {
+      0.0, -0.0, Limits::denorm_min(), Limits::min(), Limits::min() - Limits::denorm_min(),
+      Limits::max(), Limits::infinity(), -Limits::infinity(),
+      // NaNs, signalling and quiet, of both signs and with payloads
+      fromBits(0x7ff0000000000001), fromBits(0xfff8000000000000), fromBits(0x7fffffffffffffff),
+      fromBits(0xfff0000deadbeef0),
+      // the examples everyone tries, and exact ties at the seventh digit, odd and even
+      9999999.5, 999999.95, 0.00001, 0.0001, 3.14159265, 1234567.5, 1234566.5, 12345675, 12345665};
+  std::mt19937_64 random(5);
+  for (int exponent = -330; exponent <= 310; ++exponent) {
+    const std::string tie = std::to_string(1000000 + random() % 9000000) + "5";
+    for (const std::string& mantissa : {std::string("1"), std::string("99999995"), tie}) {
+      const std::string text = mantissa + "e" + std::to_string(exponent);
+      double value = 0;
+      std::from_chars(text.data(), text.data() + text.size(), value);
+      const float single = static_cast<float>(value);
+      for (double near :
+           {value, std::nextafter(value, 0.0), std::nextafter(value, HUGE_VAL),
+            double{std::nextafter(single, 0.0f)}, double{std::nextafter(single, HUGE_VALF)}}) {
+        values.push_back(near);
+        values.push_back(-near);
+      }
+    }
+  }
+  return values;
+}
+
+// Catches: seven-digit text differing in digits, notation, exponent, ties, zero sign or NaN/inf.
+TEST(NumberTextTest, PrintsAwkwardValuesAsTheStreamDid) {
+  for (double value : awkwardDoubles()) {
+    expectSamePrint(bytesOf(value), metadata::kDouble, metadata::kDouble);
+    expectSamePrint(bytesOf(static_cast<float>(value)), metadata::kScalar, metadata::kScalar);
+  }
+  for (std::uint64_t bits : {0x8000000000000000ull, 0x7fffffffffffffffull, ~0ull, 0x80ull,
+                             0x8000ull, 0x80000000ull, 0xffull, 0xffffull, 0xffffffffull, 2ull})
+    expectSamePrint(bytesOf(bits));
+  expectSamePrint(bytesOf(floatFromBits(0x7f800001)));  // a signalling float NaN
+  expectSamePrint(bytesOf(floatFromBits(0xffc00001)));
+}
+
+// Catches: the same on random bits (every exponent, denormals, NaN payloads) read as every type.
+TEST(NumberTextTest, PrintsRandomBitPatternsAsTheStreamDid) {
+  std::mt19937_64 random(20240611);
+  for (int i = 0; i < 20000; ++i)
+    expectSamePrint(bytesOf(random()));
+}
+
+// Writes `value` in the shortest form and reads it back through the stream.
+template <class Float>
+void expectShortestReadsBack(Float value, metadata::tValue type) {
+  const Bytes element = bytesOf(value);
+  const char* bytes = reinterpret_cast<const char*>(element.data());
+  char text[kNumberTextSize], seven[kNumberTextSize];
+  printNumber(type, bytes, text, FloatDigits::kShortest);
+  printNumber(type, bytes, seven, FloatDigits::kSeven);
+  if (!std::isfinite(value)) {
+    ASSERT_STREQ(text, seven);
+    return;
+  }
+  Bytes back{};
+  ASSERT_TRUE(Element::scan(type, text, reinterpret_cast<char*>(back.data()))) << text;
+  ASSERT_EQ(back, element) << text;
+}
+
+std::string shortest(metadata::tValue type, const Bytes& element) {
+  char text[kNumberTextSize];
+  printNumber(type, reinterpret_cast<const char*>(element.data()), text, FloatDigits::kShortest);
+  return text;
+}
+
+// Catches: shortest text that reads back to other bits, is longer than needed, or spells NaN.
+TEST(NumberTextTest, ShortestTextReadsBackToTheSameBits) {
+  std::mt19937_64 random(7);
+  std::vector<double> values = awkwardDoubles();
+  for (int i = 0; i < 20000; ++i)
+    values.push_back(fromBits(random()));
+  for (double value : values) {
+    expectShortestReadsBack(value, metadata::kMatrix2x2);
+    expectShortestReadsBack(static_cast<float>(value), metadata::kScalar);
+    expectShortestReadsBack(floatFromBits(static_cast<std::uint32_t>(random())), metadata::kScalar);
+  }
+  EXPECT_EQ(shortest(metadata::kScalar, bytesOf(0.1f)), "0.1");
+  EXPECT_EQ(shortest(metadata::kVector3, bytesOf(Limits::denorm_min())), "5e-324");
+  EXPECT_EQ(shortest(metadata::kDouble, bytesOf(-0.0)), "-0");
+  EXPECT_EQ(shortest(metadata::kDouble, bytesOf(3.14159265)), "3.14159265");
+}
+
+// The exact decimal expansion of a long double, all its digits: the midpoints between two
+// neighbouring doubles or floats need up to 767 of them.
+std::string exactly(long double value) {
+  char text[1200];
+  const auto end =
+      std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, 1100).ptr;
+  return std::string(text, end);
+}
+
+// Tokens on the edges of the stream's grammar and of every type's range, '|' between them.
+std::vector<std::string> awkwardTokens() {
+  const char* lists[] = {
+      // signs, points, exponent marks; what the stream never reads; white space and junk
+      "| |+|-|+-1|-+1|--1|- 1|1e|1E|1e+|1e-|1ex|1e+x|1e++5|1e5.5|1e5e5|1.5e|e5|E5|.|-.|+.|.e5",
+      "0.e5|.5|-.5|5.|-5.|1.5.3|0x10|-0x10|0X1p3|inf|-inf|nan|-nan|infinity|INF|0|-0|+0|-0.0|000",
+      "00012|0012.50|12abc| \t\n\v\f\r42|\x80"
+      "1|\xa0"
+      "1|1 2|true|1,5|1_000",
+      // integer bounds of 8 to 64 bits, both signs
+      "255|256|-129|65536|2147483647|2147483648|-2147483648|-2147483649|4294967295|4294967296",
+      "-4294967295|-4294967296|9223372036854775807|9223372036854775808|-9223372036854775808",
+      "-9223372036854775809|18446744073709551615|18446744073709551616|-18446744073709551615",
+      "-18446744073709551616|000000000000000000000000000000018446744073709551615",
+      // around the largest float and double, and rounding into and out of the largest value
+      "3.4028235e38|3.4028236e38|3.40282357e38|3.4028234664e38|1.7976931348623157e308",
+      "1.7976931348623158e308|1.797693134862315807e308|1.7976931348623159e308|1e309|-1e309",
+      // underflow to zero and to the smallest denormals, both signs
+      "1e-400|-1e-400|1e-46|-1e-46|1.4e-45|7e-46|7.1e-46|2.4703282292062327e-324",
+      "2.4703282292062328e-324|-4.9406564584124654e-324|2.2250738585072011e-308",
+      // exponents beyond any range, and a mantissa needing more than 53 bits
+      "1e99999999999999999999999|1e-99999999999999999999999|0e99999999999999999999999",
+      "0.0001e-99999999999999999|1000e-99999999999999999999999|0.000001e99999999999999999999",
+      "9007199254740993|9007199254740993.000000000000000000000000000001"};
+  std::vector<std::string> tokens;
+  for (const std::string list : lists) {
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+      end = list.find('|', start);
+      tokens.push_back(list.substr(start, end - start));
+    }
+  }
+  // Long digit strings: beyond every digit buffer, all zeros but for a far digit, underflowing
+  // by their leading zeros, and overflowing by their length.
+  tokens.push_back("1" + std::string(400, '0'));
+  tokens.push_back("1" + std::string(300, '0') + "e-600");
+  tokens.push_back("0." + std::string(500, '0') + "1e100");
+  tokens.push_back(std::string(500, '0') + "1e-400");
+  tokens.push_back("1" + std::string(400, '0') + "e-800");
+  tokens.push_back("0." + std::string(400, '0') + "1");
+  tokens.push_back("-0." + std::string(400, '0') + "1");
+  tokens.push_back("1." + std::string(2000, '0') + "1");
+  tokens.push_back(std::string(3000, '0') + "1.5");
+  tokens.push_back(std::string(5000, '9'));
+  return tokens;
+}
+
+// Exact midpoints between neighbouring doubles and floats, which round to even, and a hair
+// either side of them: hundreds of digits, beyond the digit buffers of a fast reader.
+std::vector<std::string> midpointTokens() {
+  std::vector<std::string> tokens;
+  std::mt19937_64 random(99);
+  for (int i = 0; i < 150; ++i) {
+    const double below = i % 3 ? fromBits(random() >> 1) : fromBits(random() >> 12);
+    const float low = floatFromBits(static_cast<std::uint32_t>(random() >> 33));
+    for (long double midpoint :
+         {below + (std::nextafter(below, Limits::infinity()) - static_cast<long double>(below)) / 2,
+          low + (std::nextafter(low, HUGE_VALF) - static_cast<long double>(low)) / 2}) {
+      if (!std::isfinite(midpoint)) continue;
+      const std::string exact = exactly(midpoint);
+      const std::size_t mark = exact.find('e');
+      tokens.push_back(exact);
+      tokens.push_back(exact.substr(0, mark) + "0000001" + exact.substr(mark));
+      tokens.push_back(exactly(std::nextafter(midpoint, 0.0L)));
+    }
+  }
+  return tokens;
+}
+
+// Catches: a token accepted, refused or stored unlike the stream (bounds, signs, underflow, ties).
+TEST(NumberTextTest, ScansAwkwardTokensAsTheStreamDid) {
+  for (const std::string& token : awkwardTokens()) {
+    expectSameScan(token);
+    expectSameScan(" -" + token);
+    expectSameScan(token + "x");
+  }
+  for (const std::string& token : midpointTokens()) {
+    expectSameScan(token, metadata::kScalar, metadata::kDouble);
+    expectSameScan("-" + token, metadata::kScalar, metadata::kDouble);
+  }
+  for (int c = 1; c < 256; ++c)
+    expectSameScan(std::string(1, static_cast<char>(c)) + "7");
+}
+
+// A token from the pieces a number is made of, each present or not, with junk after it.
+std::string randomToken(std::mt19937_64& random) {
+  static const std::string kPieces[] = {" ", "\t", "+", "-", "0", "7", "9",  "12345678901234567",
+                                        ".", "e",  "E", "x", "i", "n", "\n", ","};
+  static const std::string kShapes[] = {"",   " ", "-", "+",  "0",  "1",   "00", "12", ".",
+                                        ".5", "e", "E", "e-", "e+", "300", "40", "x",  "a"};
+  std::string token;
+  if (random() % 4 == 0) {
+    for (int n = random() % 12; n > 0; --n)
+      token += kPieces[random() % std::size(kPieces)];
+    return token;
+  }
+  for (int piece = 0; piece < 6; ++piece)
+    token += kShapes[random() % std::size(kShapes)];
+  return token;
+}
+
+// Catches: the same on tokens no list thinks of, each read as one random type.
+TEST(NumberTextTest, ScansRandomTokensAsTheStreamDid) {
+  std::mt19937_64 random(424242);
+  for (int i = 0; i < 100000; ++i) {
+    const unsigned type = kFirst + random() % (kLast - kFirst + 1);
+    expectSameScan(randomToken(random), type, type);
+  }
+}
+
+}  // namespace
+}  // namespace kestrine::platform::data::XML
