@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "data/record/offsets.h"
-#include "data/record/primitive.h"
+#include "data/record/primitive_record.h"
 #include "kestrine/platform/core/datastore.h"
 
 namespace {

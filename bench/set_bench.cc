@@ -10,9 +10,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "data/metadata/child_index.h"
-#include "data/metadata/root.h"
-#include "data/record/primitive.h"
+#include "data/record/primitive_record.h"
+#include "data/tree/child_index.h"
+#include "data/tree/root.h"
 #include "kestrine/platform/core/datastore.h"
 
 namespace {

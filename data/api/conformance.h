@@ -1,7 +1,7 @@
 #ifndef KPL_DATA_API_CONFORMANCE_H_
 #define KPL_DATA_API_CONFORMANCE_H_
 
-#include "data/metadata/set.h"
+#include "data/tree/set.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::Api {

@@ -1,8 +1,8 @@
 #include "data/api/container_impl.h"
 #include "data/api/handles.h"
 #include "data/api/item_operations.h"
-#include "data/metadata/lock.h"
-#include "data/metadata/root.h"
+#include "data/tree/lock.h"
+#include "data/tree/root.h"
 #include "data/record/base.h"
 #include "kestrine/platform/core/thread.h"
 

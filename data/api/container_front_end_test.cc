@@ -2,9 +2,9 @@
 
 #include "data/api/api_test_support.h"
 #include "data/api/container_impl.h"
-#include "data/design/container.h"
-#include "data/design/primitive.h"
-#include "data/metadata/root.h"
+#include "data/tree/container.h"
+#include "data/tree/primitive.h"
+#include "data/tree/root.h"
 
 namespace kestrine::platform::data::api_test {
 namespace {

@@ -11,12 +11,12 @@
 #include "data/api/item_operations.h"
 #include "data/api/link_impl.h"
 #include "data/api/property_filter.h"
-#include "data/design/logic.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
-#include "data/metadata/lock.h"
-#include "data/record/container.h"
-#include "data/schema/finder.h"
+#include "data/record/container_record.h"
+#include "data/tree/finder.h"
+#include "data/tree/lock.h"
+#include "data/tree/logic.h"
+#include "data/tree/primitive.h"
+#include "data/tree/table.h"
 
 namespace kestrine::platform::data::structure {
 

@@ -1,7 +1,7 @@
 #ifndef KPL_DATA_API_CONTAINER_IMPL_H_
 #define KPL_DATA_API_CONTAINER_IMPL_H_
 
-#include "data/design/container.h"
+#include "data/tree/container.h"
 #include "kestrine/platform/data/structure/container.h"
 
 namespace kestrine::platform::data::structure {

@@ -1,6 +1,6 @@
 #include "data/api/cursor.h"
 
-#include "data/metadata/lock.h"
+#include "data/tree/lock.h"
 
 namespace kestrine::platform::data::Api {
 

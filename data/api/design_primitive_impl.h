@@ -2,7 +2,7 @@
 #define KPL_DATA_API_DESIGN_PRIMITIVE_IMPL_H_
 
 #include "data/api/property_impl.h"
-#include "data/design/primitive.h"
+#include "data/tree/primitive.h"
 #include "kestrine/platform/data/metadata/primitive.h"
 
 namespace kestrine::platform::data::metadata {

@@ -5,8 +5,8 @@
 #include "data/api/handles.h"
 #include "data/api/item_operations.h"
 #include "data/api/member_filter.h"
-#include "data/metadata/lock.h"
 #include "data/record/base.h"
+#include "data/tree/lock.h"
 
 namespace kestrine::platform::data::metadata {
 

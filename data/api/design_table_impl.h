@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "data/api/property_impl.h"
-#include "data/design/table.h"
+#include "data/tree/table.h"
 #include "kestrine/platform/data/metadata/table.h"
 
 namespace kestrine::platform::data::metadata {

@@ -6,11 +6,11 @@
 #include "data/api/group_impl.h"
 #include "data/api/link_impl.h"
 #include "data/api/node_impl.h"
-#include "data/design/container.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
 #include "data/record/base.h"
-#include "data/schema/finder.h"
+#include "data/tree/container.h"
+#include "data/tree/finder.h"
+#include "data/tree/primitive.h"
+#include "data/tree/table.h"
 
 namespace kestrine::platform::data::Api {
 

@@ -3,8 +3,8 @@
 
 #include <exception>
 
-#include "data/metadata/item.h"
-#include "data/metadata/lock.h"
+#include "data/tree/item.h"
+#include "data/tree/lock.h"
 #include "kestrine/platform/core/memory.h"
 #include "kestrine/platform/data/metadata/property.h"
 #include "kestrine/platform/data/structure/container.h"

@@ -2,9 +2,9 @@
 
 #include <cwchar>
 
-#include "data/design/logic.h"
-#include "data/metadata/lock.h"
 #include "data/record/entity.h"
+#include "data/tree/lock.h"
+#include "data/tree/logic.h"
 
 namespace kestrine::platform::data::Api {
 

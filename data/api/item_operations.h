@@ -1,8 +1,8 @@
 #ifndef KPL_DATA_API_ITEM_OPERATIONS_H_
 #define KPL_DATA_API_ITEM_OPERATIONS_H_
 
-#include "data/metadata/item.h"
-#include "data/metadata/set.h"
+#include "data/tree/item.h"
+#include "data/tree/set.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/data/metadata/value.h"
 

@@ -3,8 +3,8 @@
 #include <optional>
 
 #include "data/api/handles.h"
-#include "data/metadata/lock.h"
-#include "data/record/container.h"
+#include "data/record/container_record.h"
+#include "data/tree/lock.h"
 
 namespace kestrine::platform::data::structure {
 

@@ -1,7 +1,7 @@
 #include "data/api/member_filter.h"
 
 #include "data/api/handles.h"
-#include "data/metadata/lock.h"
+#include "data/tree/lock.h"
 
 namespace kestrine::platform::data::metadata {
 

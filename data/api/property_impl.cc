@@ -2,8 +2,8 @@
 
 #include "data/api/handles.h"
 #include "data/api/item_operations.h"
-#include "data/metadata/lock.h"
 #include "data/record/base.h"
+#include "data/tree/lock.h"
 
 namespace kestrine::platform::data::metadata {
 

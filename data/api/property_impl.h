@@ -1,7 +1,7 @@
 #ifndef KPL_DATA_API_PROPERTY_IMPL_H_
 #define KPL_DATA_API_PROPERTY_IMPL_H_
 
-#include "data/metadata/item.h"
+#include "data/tree/item.h"
 #include "kestrine/platform/data/metadata/property.h"
 
 namespace kestrine::platform::data::metadata {

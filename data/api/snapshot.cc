@@ -1,6 +1,6 @@
 #include "data/api/snapshot.h"
 
-#include "data/record/container.h"
+#include "data/record/container_record.h"
 #include "data/record/offsets.h"
 
 namespace kestrine::platform::data::Api {

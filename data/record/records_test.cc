@@ -6,12 +6,12 @@
 #include <cstring>
 #include <string>
 
-#include "data/record/container.h"
+#include "data/record/container_record.h"
 #include "data/record/locale.h"
 #include "data/record/offsets.h"
-#include "data/record/primitive.h"
-#include "data/record/root.h"
-#include "data/record/table.h"
+#include "data/record/primitive_record.h"
+#include "data/record/root_record.h"
+#include "data/record/table_record.h"
 #include "kestrine/platform/core/datastore.h"
 
 namespace kestrine::platform::data::Record {

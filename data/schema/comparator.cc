@@ -2,8 +2,8 @@
 
 #include <cwchar>
 
-#include "data/design/primitive.h"
 #include "data/record/offsets.h"
+#include "data/tree/primitive.h"
 
 namespace kestrine::platform::data::Schema {
 

@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "data/design/logic.h"
+#include "data/tree/logic.h"
 
 namespace kestrine::platform::data::Schema {
 

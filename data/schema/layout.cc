@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "data/design/logic.h"
-#include "data/design/primitive.h"
 #include "data/record/offsets.h"
 #include "data/schema/schema_impl.h"
 #include "data/schema/schema_locator_impl.h"
+#include "data/tree/logic.h"
+#include "data/tree/primitive.h"
 
 namespace kestrine::platform::data::metadata {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "data/metadata/name_index.h"
-#include "data/metadata/set.h"
+#include "data/tree/name_index.h"
+#include "data/tree/set.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::Schema {

@@ -3,9 +3,9 @@
 
 #include <vector>
 
-#include "data/metadata/set.h"
 #include "data/schema/layout.h"
-#include "data/schema/layout_chain.h"
+#include "data/tree/definition_chain.h"
+#include "data/tree/set.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::Schema {
@@ -16,7 +16,7 @@ namespace kestrine::platform::data::Schema {
 // The layouts are not owned: they belong to the locator's cache. A schema must therefore not
 // outlive its locator, nor a pop() of a store that defines one of its layouts. One schema
 // object is used by one thread at a time.
-class SchemaImpl : public metadata::ISchema, public LayoutChain {
+class SchemaImpl : public metadata::ISchema, public Metadata::DefinitionChain {
  public:
   // An empty chain (which validates nothing).
   SchemaImpl();

@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "data/design/table.h"
-#include "data/metadata/root.h"
 #include "data/record/base.h"
+#include "data/tree/root.h"
+#include "data/tree/table.h"
 #include "kestrine/platform/core/hash.h"
 
 namespace kestrine::platform::data::metadata {

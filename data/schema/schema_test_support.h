@@ -3,12 +3,12 @@
 
 #include <stdexcept>
 
-#include "data/design/container.h"
-#include "data/design/logic.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
-#include "data/metadata/root.h"
 #include "data/record/offsets.h"
+#include "data/tree/container.h"
+#include "data/tree/logic.h"
+#include "data/tree/primitive.h"
+#include "data/tree/root.h"
+#include "data/tree/table.h"
 #include "kestrine/platform/core/datastore.h"
 
 namespace kestrine::platform::data::Schema {

@@ -4,14 +4,14 @@
 #include <utility>
 #include <vector>
 
-#include "data/schema/layout_chain.h"
+#include "data/tree/definition_chain.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::testing {
 
 // A schema made by hand, a chain of (path, defining set) pairs, standing in for the
 // locator's schemas where only inheriting from a chain is under test.
-class SchemaChain : public metadata::ISchema, public Schema::LayoutChain {
+class SchemaChain : public metadata::ISchema, public Metadata::DefinitionChain {
  public:
   using Links = std::vector<std::pair<const wchar_t*, Metadata::Set*>>;
   explicit SchemaChain(Links links) : links_(std::move(links)) {}

@@ -1,9 +1,9 @@
 #ifndef KPL_DATA_TESTING_SUBTREE_H_
 #define KPL_DATA_TESTING_SUBTREE_H_
 
-#include "data/design/container.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
+#include "data/tree/container.h"
+#include "data/tree/primitive.h"
+#include "data/tree/table.h"
 
 namespace kestrine::platform::data::testing {
 

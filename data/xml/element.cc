@@ -3,9 +3,9 @@
 #include <cstring>
 #include <memory>
 
-#include "data/design/primitive.h"
-#include "data/design/table.h"
 #include "data/record/base.h"
+#include "data/tree/primitive.h"
+#include "data/tree/table.h"
 #include "data/xml/value_text.h"
 
 namespace kestrine::platform::data::XML {

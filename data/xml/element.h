@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "data/metadata/set.h"
+#include "data/tree/set.h"
 #include "data/units/units_dictionary.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/string.h"

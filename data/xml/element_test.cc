@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "data/design/primitive.h"
+#include "data/tree/primitive.h"
 #include "data/xml/value_text.h"
 
 namespace kestrine::platform::data::XML {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "data/design/container.h"
+#include "data/tree/container.h"
 
 namespace kestrine::platform::data::XML {
 

@@ -1,7 +1,7 @@
 #include "kestrine/platform/data/format/xml.h"
 
 #include "data/api/container_impl.h"
-#include "data/metadata/lock.h"
+#include "data/tree/lock.h"
 #include "data/xml/xml_parsing_logic.h"
 #include "data/xml/xml_rendering_logic.h"
 #include "kestrine/platform/core/uuid.h"

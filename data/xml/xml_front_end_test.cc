@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "data/design/primitive.h"
-#include "data/metadata/root.h"
+#include "data/tree/primitive.h"
+#include "data/tree/root.h"
 #include "data/xml/sample_document.h"
 #include "data/xml/xml_test_support.h"
 #include "kestrine/platform/core/exception.h"

@@ -7,7 +7,7 @@
 
 #include <sparsehash/dense_hash_map>
 
-#include "data/metadata/item.h"
+#include "data/tree/item.h"
 #include "data/xml/element.h"
 #include "kestrine/platform/core/hash.h"
 #include "kestrine/platform/core/xml.h"

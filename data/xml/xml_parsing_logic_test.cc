@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "data/design/container.h"
-#include "data/design/logic.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
-#include "data/metadata/root.h"
+#include "data/tree/container.h"
+#include "data/tree/logic.h"
+#include "data/tree/primitive.h"
+#include "data/tree/root.h"
+#include "data/tree/table.h"
 #include "data/xml/sample_document.h"
 #include "data/xml/xml_test_support.h"
 #include "kestrine/platform/data/structure/container.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "data/design/primitive.h"
+#include "data/tree/primitive.h"
 #include "data/xml/value_text.h"
 
 namespace kestrine::platform::data::XML {

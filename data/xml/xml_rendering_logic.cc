@@ -1,7 +1,7 @@
 #include "data/xml/xml_rendering_logic.h"
 
-#include "data/design/container.h"
-#include "data/design/primitive.h"
+#include "data/tree/container.h"
+#include "data/tree/primitive.h"
 #include "data/xml/xml_container.h"
 #include "data/xml/xml_primitive.h"
 #include "data/xml/xml_root.h"

@@ -3,7 +3,7 @@
 
 #include <deque>
 
-#include "data/design/logic.h"
+#include "data/tree/logic.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/xml.h"
 #include "kestrine/platform/data/metadata/schema.h"

@@ -5,11 +5,11 @@
 
 #include <string>
 
-#include "data/design/container.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
-#include "data/metadata/root.h"
 #include "data/record/offsets.h"
+#include "data/tree/container.h"
+#include "data/tree/primitive.h"
+#include "data/tree/root.h"
+#include "data/tree/table.h"
 #include "data/xml/xml_test_support.h"
 
 namespace kestrine::platform::data::XML {

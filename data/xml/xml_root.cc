@@ -1,6 +1,6 @@
 #include "data/xml/xml_root.h"
 
-#include "data/metadata/root.h"
+#include "data/tree/root.h"
 #include "data/xml/value_text.h"
 
 namespace kestrine::platform::data::XML {

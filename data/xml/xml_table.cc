@@ -3,7 +3,7 @@
 #include <cstring>
 #include <memory>
 
-#include "data/design/table.h"
+#include "data/tree/table.h"
 
 namespace kestrine::platform::data::XML {
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "data/api/conformance.h"
-#include "data/design/container.h"
-#include "data/design/table.h"
 #include "data/record/base.h"
+#include "data/tree/container.h"
+#include "data/tree/table.h"
 #include "kestrine/platform/core/io.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/data/format/xml.h"

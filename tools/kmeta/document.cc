@@ -7,7 +7,7 @@
 #include <optional>
 #include <utility>
 
-#include "data/metadata/root.h"
+#include "data/tree/root.h"
 #include "data/xml/xml_parsing_logic.h"
 #include "kestrine/platform/core/xml.h"
 #include "kestrine/platform/data/structure/container.h"

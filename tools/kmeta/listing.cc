@@ -1,9 +1,9 @@
 #include "tools/kmeta/listing.h"
 
-#include "data/design/container.h"
-#include "data/design/logic.h"
-#include "data/design/primitive.h"
-#include "data/design/table.h"
+#include "data/tree/container.h"
+#include "data/tree/logic.h"
+#include "data/tree/primitive.h"
+#include "data/tree/table.h"
 #include "data/xml/element.h"
 #include "data/xml/xml_primitive.h"
 #include "kestrine/platform/core/string.h"

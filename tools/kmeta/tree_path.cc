@@ -1,8 +1,8 @@
 #include "tools/kmeta/tree_path.h"
 
-#include "data/design/logic.h"
 #include "data/record/base.h"
-#include "data/schema/finder.h"
+#include "data/tree/finder.h"
+#include "data/tree/logic.h"
 #include "kestrine/platform/core/string.h"
 #include "tools/kmeta/failure.h"
 

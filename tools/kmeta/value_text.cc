@@ -3,7 +3,7 @@
 #include <cstring>
 #include <vector>
 
-#include "data/design/primitive.h"
+#include "data/tree/primitive.h"
 #include "data/xml/xml_primitive.h"
 #include "kestrine/platform/core/io.h"
 #include "kestrine/platform/core/uuid.h"

@@ -1,0 +1,34 @@
+#ifndef KPL_DATA_RECORD_PRIMITIVE_RECORD_H_
+#define KPL_DATA_RECORD_PRIMITIVE_RECORD_H_
+
+#include "data/record/entity.h"
+
+namespace kestrine::platform::data::Record {
+
+// A typed value (kind 1): property header, 4 reserved bytes at 14, units at 18, value type
+// at 22, the lengths of its four arrays at 26 (value locale), 30 (name), 34 (base schema)
+// and 38 (values, or a URI when flag kUri is set), 2 reserved bytes, the arrays from 44.
+// 48 + 4k bytes fresh.
+class Primitive : public Property {
+ public:
+  static const unsigned kValueLocale = 26;
+  static const unsigned kName = 30;
+  static const unsigned kBase = 34;
+  static const unsigned kValues = 38;
+
+  Primitive(IDataStore* store, unsigned offset) : Property(store, offset) {}
+  // Creates and writes a primitive of `type` named `name` with no values.
+  Primitive(IDataStore* store, std::uint32_t type, const wchar_t* name)
+      : Property(store, 44 + wideBytes(name), kPrimitive) {
+    valuetype(type);
+    initName(name);
+    update(true);
+  }
+
+  std::uint32_t valuetype() const { return get32(22); }
+  void valuetype(std::uint32_t type) { put32(22, type); }
+};
+
+}  // namespace kestrine::platform::data::Record
+
+#endif  // KPL_DATA_RECORD_PRIMITIVE_RECORD_H_

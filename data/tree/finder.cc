@@ -1,0 +1,40 @@
+#include "data/tree/finder.h"
+
+#include <cwchar>
+
+#include "data/record/base.h"
+#include "data/tree/logic.h"
+
+namespace kestrine::platform::data::Schema {
+
+using core::storage::datastore::IDataStore;
+
+Finder::Finder(IDataStore* store, unsigned offset, const wchar_t* path) : offset_(offset) {
+  const wchar_t* segment = path != nullptr ? path : L"";
+  for (;;) {
+    const wchar_t* end = std::wcschr(segment, L'.');
+    bool last = end == nullptr;
+    if (last) end = segment + std::wcslen(segment);
+    core::string::WideString name(segment, static_cast<unsigned>(end - segment));
+
+    bool failed = true;
+    Record::tType kind = Record::peek(store, offset_);
+    if (kind == Record::kRoot || kind == Record::kTable || kind == Record::kContainer) {
+      Design::Logic logic(store, offset_, false);
+      // peek answers kRoot for an offset that holds nothing: such a path leads nowhere.
+      offset_ = logic ? logic.set()->find(name.string()) : IDataStore::BADOFF;
+      failed = offset_ == IDataStore::BADOFF;
+    }
+    // The end test comes first on purpose: a last step that fails on a record without
+    // children (a primitive) leaves that record as the result, while a failed look-up has
+    // already made it BADOFF.
+    if (last) return;
+    if (failed) {
+      offset_ = IDataStore::BADOFF;
+      return;
+    }
+    segment = end + 1;
+  }
+}
+
+}  // namespace kestrine::platform::data::Schema

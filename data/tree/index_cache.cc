@@ -1,0 +1,200 @@
+#include "data/tree/index_cache.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace kestrine::platform::data::Metadata {
+
+namespace {
+
+// A scope this thread holds: on which store, with which cache, how deeply nested.
+struct ActiveScope {
+  IDataStore* store;
+  IndexCache* cache;
+  std::unique_ptr<IndexCache> temporary;  // the one-scope cache of a store without stamps
+  unsigned depth;
+};
+
+thread_local std::vector<ActiveScope> tScopes;
+
+ActiveScope* activeScope(IDataStore* store) {
+  for (ActiveScope& scope : tScopes)
+    if (scope.store == store) return &scope;
+  return nullptr;
+}
+
+// Serials are unique across caches: a set object may outlive the one-scope cache it pinned an
+// entry in, and must never take a later cache's serial for its own.
+std::atomic<unsigned long long> gSerials{0};
+
+}  // namespace
+
+IndexCache::IndexCache(IDataStore* store) : store_(store) {
+  entries_.set_empty_key(IDataStore::BADOFF);
+  entries_.set_deleted_key(IDataStore::BADOFF - 1);
+}
+
+IndexCache::~IndexCache() {
+  for (auto& entry : entries_)
+    delete entry.second;
+  // Entries dropped while pinned are owned by the pins; a cache goes with its store, after
+  // every set object that could hold one.
+}
+
+IndexCache* IndexCache::current(IDataStore* store) {
+  ActiveScope* scope = activeScope(store);
+  return scope != nullptr ? scope->cache : nullptr;
+}
+
+void IndexCache::begin() {
+  IDataStore::tStamp stamp;
+  tracked_ = store_->stamp(stamp);
+  if (!tracked_ || stamp != left_) flush();
+  foreign_ = stamp.foreign;
+  serial_ = ++gSerials;
+}
+
+void IndexCache::end() noexcept {
+  IDataStore::tStamp stamp;
+  bool current = false;
+  try {
+    current = tracked_ && store_->stamp(stamp) && stamp.foreign == foreign_;
+  } catch (...) {
+    // The store cannot say where it stands: trust nothing.
+  }
+  if (!current) flush();
+  left_ = current ? stamp : IDataStore::tStamp();
+  // The pins of this scope end with it; set objects that live on take new ones next time.
+  while (!pinned_.empty()) {
+    Entry* entry = pinned_.back();
+    pinned_.pop_back();
+    entry->pins = 0;
+    if (entry->detached) {
+      delete entry;
+    } else {
+      append(entry);
+    }
+  }
+  trim();
+}
+
+void IndexCache::check() {
+  if (!tracked_) return;
+  IDataStore::tStamp stamp;
+  store_->stamp(stamp);
+  if (stamp.foreign == foreign_) return;
+  flush();
+  foreign_ = stamp.foreign;
+}
+
+IndexCache::Entry* IndexCache::acquire(unsigned offset, const Builder& build) {
+  Entry* entry;
+  auto found = entries_.find(offset);
+  if (found != entries_.end()) {
+    entry = found->second;
+    if (entry->pins == 0) unlink(entry);
+  } else {
+    std::unique_ptr<Entry> built(new Entry(0));
+    built->offset = offset;
+    build(*built);
+    entries_[offset] = built.get();
+    entry = built.release();
+  }
+  if (entry->pins++ == 0) pinned_.push_back(entry);
+  return entry;
+}
+
+void IndexCache::release(Entry* entry) {
+  if (entry->pins == 0 || --entry->pins != 0) return;
+  // Pins come and go in nested order, so the entry is near the end.
+  pinned_.erase(std::find(pinned_.rbegin(), pinned_.rend(), entry).base() - 1);
+  if (entry->detached) {
+    delete entry;
+    return;
+  }
+  append(entry);
+  trim();
+}
+
+void IndexCache::forget(unsigned offset) {
+  auto found = entries_.find(offset);
+  if (found == entries_.end()) return;
+  Entry* entry = found->second;
+  entries_.erase(found);
+  drop(entry);
+}
+
+void IndexCache::flush() {
+  for (auto& found : entries_)
+    drop(found.second);
+  entries_.clear();
+}
+
+// An entry that has left entries_: freed now, or by its last pin.
+void IndexCache::drop(Entry* entry) {
+  if (entry->pins != 0) {
+    entry->detached = true;
+    return;
+  }
+  unlink(entry);
+  delete entry;
+}
+
+// Takes an unpinned entry out of the narrow list, if it is there.
+void IndexCache::unlink(Entry* entry) {
+  if (entry->charged == 0) return;
+  (entry->older != nullptr ? entry->older->newer : oldest_) = entry->newer;
+  (entry->newer != nullptr ? entry->newer->older : newest_) = entry->older;
+  entry->older = entry->newer = nullptr;
+  narrowBytes_ -= entry->charged;
+  entry->charged = 0;
+}
+
+// Puts an entry that just lost its last pin where its size says: a wide one stays outside any
+// budget, a narrow one becomes the most recently used.
+void IndexCache::append(Entry* entry) {
+  if (entry->names.size() >= kWideSet) return;
+  entry->charged = std::max<std::size_t>(entry->names.memory() + sizeof(Entry), 1);
+  entry->older = newest_;
+  entry->newer = nullptr;
+  (newest_ != nullptr ? newest_->newer : oldest_) = entry;
+  newest_ = entry;
+  narrowBytes_ += entry->charged;
+}
+
+void IndexCache::trim() {
+  while (narrowBytes_ > kNarrowBudget && oldest_ != nullptr) {
+    Entry* entry = oldest_;
+    entries_.erase(entry->offset);
+    unlink(entry);
+    delete entry;
+  }
+}
+
+IndexScope::IndexScope(IDataStore* store) : store_(store) {
+  if (ActiveScope* scope = activeScope(store)) {
+    ++scope->depth;
+    return;
+  }
+  ActiveScope scope{store, dynamic_cast<IndexCache*>(store->attachment()), nullptr, 1};
+  if (scope.cache == nullptr) {
+    IDataStore::tStamp stamp;
+    if (store->stamp(stamp)) store->attach(std::make_unique<IndexCache>(store));
+    scope.cache = dynamic_cast<IndexCache*>(store->attachment());
+  }
+  if (scope.cache == nullptr) {
+    scope.temporary = std::make_unique<IndexCache>(store);
+    scope.cache = scope.temporary.get();
+  }
+  scope.cache->begin();
+  tScopes.push_back(std::move(scope));
+}
+
+IndexScope::~IndexScope() {
+  ActiveScope* scope = activeScope(store_);
+  if (scope == nullptr || --scope->depth != 0) return;
+  scope->cache->end();
+  tScopes.erase(tScopes.begin() + (scope - tScopes.data()));
+}
+
+}  // namespace kestrine::platform::data::Metadata

@@ -1,0 +1,250 @@
+#include "data/tree/item.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+
+#include "data/record/entity.h"
+#include "data/record/locale.h"
+#include "data/tree/pooled_buffer.h"
+#include "kestrine/platform/core/memory.h"
+
+namespace kestrine::platform::data::Metadata {
+
+using core::memory::PooledHeap;
+
+namespace {
+
+const unsigned kAbsent = 0xFFFFFFFF;
+
+// Called from a catch block of a destructor: lets the failure through unless the destructor
+// runs because another exception is unwinding the stack, where a second one would terminate
+// the process; the first failure is the one the caller needs to see.
+void rethrowUnlessUnwinding() {
+  if (std::uncaught_exceptions() == 0) throw;
+}
+
+unsigned wideSize(const WideString& text) {
+  return text.length() * 4 + 4;
+}
+
+unsigned char* putWide(unsigned char* at, const WideString& text) {
+  std::memcpy(at, text.string(), wideSize(text));
+  return at + wideSize(text);
+}
+
+}  // namespace
+
+void* Item::tName::operator new(std::size_t size) {
+  return PooledHeap::malloc(size);
+}
+
+void Item::tName::operator delete(void* block, std::size_t size) {
+  PooledHeap::free(block, size);
+}
+
+Item::Item()
+    : store_(nullptr),
+      offset_(IDataStore::BADOFF),
+      parent_(IDataStore::BADOFF),
+      locale_(IDataStore::BADOFF),
+      modified_(false) {}
+
+Item::~Item() noexcept(false) {
+  try {
+    if (modified_) writeBack();
+  } catch (...) {
+    dropNames();
+    rethrowUnlessUnwinding();
+    return;
+  }
+  dropNames();
+}
+
+void Item::unref() {
+  try {
+    Record::Entity record(store_, offset_);
+    record.unref();
+  } catch (...) {
+    rethrowUnlessUnwinding();
+  }
+}
+
+std::uint8_t Item::flags() const {
+  return Record::Entity(store_, offset_).flags();
+}
+
+void Item::on(std::uint8_t bits) {
+  Record::Entity record(store_, offset_);
+  record.flags(record.flags() | bits);
+  record.update(true);
+}
+
+void Item::off(std::uint8_t bits) {
+  Record::Entity record(store_, offset_);
+  record.flags(record.flags() & ~bits);
+  record.update(true);
+}
+
+void Item::show() {
+  unsigned current = offset_;
+  for (unsigned step = 0;; ++step) {
+    Record::Entity record(store_, current);
+    // The root ends the walk unchanged (and so does a parent that is gone).
+    if (record.used() < 14 || record.parent() == IDataStore::BADOFF) return;
+    if (record.flags() & Record::kHidden) {
+      record.flags(record.flags() & ~Record::kHidden);
+      record.update(true);
+    } else if (step != 0) {
+      return;  // the first visible ancestor: everything above it is visible already
+    }
+    current = record.parent();
+  }
+}
+
+void Item::path(WideString& out) const {
+  std::vector<WideString> names;
+  unsigned current = Record::Entity(store_, offset_).parent();
+  for (;;) {
+    Record::tType kind = Record::peek(store_, current);
+    // The root's name is never part of a path; a record that is not an entity cannot be on
+    // a parent chain and ends it too.
+    if (kind != Record::kPrimitive && kind != Record::kTable && kind != Record::kContainer) break;
+    Record::Entity record(store_, current);
+    names.push_back(record.name());
+    current = record.parent();
+  }
+  out.clear();
+  for (auto name = names.rbegin(); name != names.rend(); ++name)
+    out.append(*name).append(L".");
+  out.append(name_);
+}
+
+unsigned Item::duplicate(IDataStore* target) const {
+  if (locale_ == IDataStore::BADOFF) return IDataStore::BADOFF;
+  return Record::Locale(store_, locale_).clone(target);
+}
+
+void Item::cleanup() {
+  if (locale_ == IDataStore::BADOFF) return;
+  store_->free(locale_);
+  index_.reset();
+  dropNames();
+  locale_ = IDataStore::BADOFF;
+}
+
+void Item::setupLocales() {
+  Record::Locale table(store_, locale_);
+  if (table.used() < 8) return;
+  unsigned length = std::min(table.length(), table.used() - 8);
+  if (length < 4) return;
+  const wchar_t* units = reinterpret_cast<const wchar_t*>(table.payload());
+  // Zero-terminated strings alternate identifier and text; an identifier left without a
+  // text at the end is dropped.
+  std::unique_ptr<tName> pending;
+  unsigned start = 0;
+  for (unsigned i = 0, count = length / 4; i < count; ++i) {
+    if (units[i] != 0) continue;
+    WideString text(units + start, i - start);
+    start = i + 1;
+    if (!pending) {
+      pending.reset(new tName);
+      pending->locale = text;
+      continue;
+    }
+    pending->text = text;
+    append(pending.get());
+    pending.release();
+  }
+}
+
+// Lists `name` (the list owns it from here) and indexes it under its locale at its list
+// position, unless that locale is indexed already: the first entry keeps it.
+void Item::append(tName* name) {
+  names_.push_back(name);
+  const wchar_t* key = name->locale.string();
+  if (!reserved(key) && index_.find(key) == index_.end())
+    index_.insert({key, tSlot{static_cast<unsigned>(names_.size() - 1), name}});
+}
+
+unsigned Item::localize(const wchar_t* locale) {
+  if (locale_ == IDataStore::BADOFF || locale == nullptr) return kAbsent;
+  if (index_.empty()) setupLocales();
+  auto found = index_.find(locale);
+  return found == index_.end() ? kAbsent : found->second.position;
+}
+
+unsigned Item::localize(const wchar_t* text, const wchar_t* locale) {
+  if (locale == nullptr || reserved(locale)) return kAbsent;
+  if (index_.empty() && locale_ != IDataStore::BADOFF) setupLocales();
+  auto found = index_.find(locale);
+  if (found == index_.end()) {
+    if (text == nullptr) return kAbsent;  // nothing to remove
+    std::unique_ptr<tName> name(new tName);
+    name->locale = locale;
+    name->text = text;
+    append(name.get());
+    name.release();
+    modified_ = true;
+    return static_cast<unsigned>(names_.size() - 1);
+  }
+  tSlot slot = found->second;
+  modified_ = true;
+  if (text != nullptr) {
+    slot.name->text = text;
+    return slot.position;
+  }
+  // The later entries move down in the list, but their indexed positions are left as they
+  // are until the names are next loaded from the store.
+  index_.erase(found);
+  names_.erase(std::find(names_.begin(), names_.end(), slot.name));
+  delete slot.name;
+  return slot.position;
+}
+
+unsigned Item::locales() {
+  if (locale_ == IDataStore::BADOFF) return 0;
+  if (index_.empty()) setupLocales();
+  return static_cast<unsigned>(index_.size());
+}
+
+void Item::locale(unsigned i, WideString& text, WideString& locale) {
+  text.clear();
+  locale.clear();
+  if (locale_ == IDataStore::BADOFF) return;
+  if (index_.empty()) setupLocales();
+  if (i >= names_.size()) return;  // a stale position past the end reads nothing
+  text = names_[i]->text;
+  locale = names_[i]->locale;
+}
+
+void Item::writeBack() {
+  // An emptied list deliberately writes nothing: the table in the store stays as it was.
+  if (names_.empty()) return;
+  unsigned size = 0;
+  for (const tName* name : names_)
+    size += wideSize(name->locale) + wideSize(name->text);
+  PooledBuffer payload(size);
+  unsigned char* at = payload.data();
+  for (const tName* name : names_)
+    at = putWide(putWide(at, name->locale), name->text);
+
+  if (locale_ != IDataStore::BADOFF) {
+    Record::Locale(store_, locale_).payload(size, payload.data());
+    return;
+  }
+  Record::Locale table(store_);
+  table.payload(size, payload.data());
+  Record::Entity record(store_, offset_);
+  record.locale(table.offset());
+  record.update(true);
+  locale_ = table.offset();
+}
+
+void Item::dropNames() {
+  for (tName* name : names_)
+    delete name;
+  names_.clear();
+}
+
+}  // namespace kestrine::platform::data::Metadata

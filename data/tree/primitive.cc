@@ -1,0 +1,207 @@
+#include "data/tree/primitive.h"
+
+#include <cassert>
+#include <cstring>
+#include <cwchar>
+
+#include "data/record/primitive_record.h"
+#include "data/tree/pooled_buffer.h"
+
+namespace kestrine::platform::data::Design {
+
+namespace {
+
+// Element size of each value type, indexed by metadata::tValue: text-like types count 4-byte
+// characters, vectors and matrices 8-byte components, structs bytes.
+const unsigned kpIntegralSizes[] = {
+    0,              // no type
+    1,              // binary
+    4, 4, 4, 4, 4,  // uuid, string, time, uri, version
+    1, 1, 1,        // bool, int8, uint8
+    2, 2,           // int16, uint16
+    4, 4,           // int32, uint32
+    8, 8,           // int64, uint64
+    4, 8,           // scalar, double
+    8, 8, 8,        // vector2, vector3, vector4
+    8, 8, 8,        // matrix2x2, matrix3x3, matrix4x4
+    1,              // struct
+};
+const unsigned kTypes = sizeof(kpIntegralSizes) / sizeof(kpIntegralSizes[0]);
+
+// Type 0 has no element size: reaching an operation that counts elements with it is a bug
+// of the caller, not a result.
+unsigned elementSize(metadata::tValue type) {
+  unsigned size = Primitive::stride(type);
+  assert(size != 0 && "a primitive without a value type has no elements");
+  return size;
+}
+
+}  // namespace
+
+Primitive::Primitive(IDataStore* store, metadata::tValue type, const wchar_t* name)
+    : uriMode_(false), valuetype_(type), valuesize_(0) {
+  store_ = store;
+  Record::Primitive record(store, type, name);
+  offset_ = record.offset();
+  name_ = name;
+  valuesize_ = record.length(Record::Primitive::kValues);
+  record.ref();
+}
+
+Primitive::Primitive(IDataStore* store, unsigned offset) : uriMode_(false), valuesize_(0) {
+  store_ = store;
+  offset_ = offset;
+  Record::Primitive record(store, offset);
+  parent_ = record.parent();
+  name_ = record.name();
+  base_ = record.string(Record::Primitive::kBase);
+  valuetype_ = static_cast<metadata::tValue>(record.valuetype());
+  valuesize_ = record.length(Record::Primitive::kValues);
+  if (record.flags() & Record::kUri) {
+    uri_ = record.string(Record::Primitive::kValues);
+    uriMode_ = true;
+  }
+  locale_ = record.locale();
+  valuelocale_ = record.string(Record::Primitive::kValueLocale);
+  record.ref();
+}
+
+Primitive::~Primitive() {
+  unref();
+}
+
+unsigned Primitive::stride(metadata::tValue type) {
+  return type < kTypes ? kpIntegralSizes[type] : 0;
+}
+
+unsigned Primitive::dimension() const {
+  if (uriMode_) return 0;
+  return valuesize_ / elementSize(valuetype_);
+}
+
+const wchar_t* Primitive::base() const {
+  return base_.value();
+}
+
+unsigned Primitive::base(const wchar_t* uri) {
+  if (valuetype_ != metadata::kStruct) return 0;
+  Record::Primitive record(store_, offset_);
+  record.string(Record::Primitive::kBase, uri);
+  base_ = uri;
+  return 1;
+}
+
+const wchar_t* Primitive::uri() const {
+  return uriMode_ ? uri_.value() : nullptr;
+}
+
+unsigned Primitive::uri(const wchar_t* uri) {
+  Record::Primitive record(store_, offset_);
+  if (uri != nullptr)
+    record.flags(record.flags() | Record::kUri);
+  else
+    record.flags(record.flags() & ~Record::kUri);
+  record.string(Record::Primitive::kValues, uri);
+  valuesize_ = record.length(Record::Primitive::kValues);
+  uri_ = uri;
+  uriMode_ = uri != nullptr;
+  return 1;
+}
+
+const wchar_t* Primitive::valuelocale() const {
+  return valuelocale_.value();
+}
+
+unsigned Primitive::valuelocale(const wchar_t* locale) {
+  Record::Primitive record(store_, offset_);
+  record.string(Record::Primitive::kValueLocale, locale);
+  valuelocale_ = locale;
+  return 1;
+}
+
+units::tUnit Primitive::units() const {
+  return static_cast<units::tUnit>(Record::Primitive(store_, offset_).units());
+}
+
+void Primitive::units(units::tUnit unit) {
+  Record::Primitive record(store_, offset_);
+  record.units(unit);
+  record.update(true);
+}
+
+unsigned Primitive::set(const char* data, unsigned index, unsigned count) {
+  if (count == 0 || uriMode_) return 0;
+  unsigned long long e = elementSize(valuetype_);
+  unsigned long long n = valuesize_ / e;
+  unsigned long long size = (static_cast<unsigned long long>(index) + count) * e;
+  if (size > 0xFFFFFFFFull) return 0;  // no record can hold it
+  Record::Primitive record(store_, offset_);
+  if (n > 0 && index + count <= n) {
+    std::memcpy(record.arrays(Record::Primitive::kValues) + index * e, data, count * e);
+    record.update(true);
+    return 1;
+  }
+  if (n == 0 && index == 0) {
+    record.arrays(Record::Primitive::kValues, data, static_cast<unsigned>(size));
+    valuesize_ = static_cast<unsigned>(size);
+    return 1;
+  }
+  // Growing: the old elements (if any) at the start, zeros up to `index`, then the new ones.
+  // An empty array takes them from `data` at the same byte position as in the target array,
+  // since such callers deliberately pass a buffer laid out like the whole array.
+  Metadata::PooledBuffer values(static_cast<unsigned>(size));
+  if (n > 0) std::memcpy(values.data(), record.arrays(Record::Primitive::kValues), valuesize_);
+  const char* source = n == 0 ? data + index * e : data;
+  std::memcpy(values.data() + index * e, source, count * e);
+  record.arrays(Record::Primitive::kValues, values.data(), values.size());
+  valuesize_ = values.size();
+  return 1;
+}
+
+unsigned Primitive::get(char* data, unsigned index, unsigned count) const {
+  if (valuesize_ == 0 || count == 0 || uriMode_) return 0;
+  unsigned long long e = elementSize(valuetype_);
+  if (static_cast<unsigned long long>(index) + count > valuesize_ / e) return 0;
+  Record::Primitive record(store_, offset_);
+  std::memcpy(data, record.arrays(Record::Primitive::kValues) + index * e, count * e);
+  return count;
+}
+
+unsigned Primitive::reset(unsigned count) {
+  if (uriMode_) return 0;
+  unsigned long long size = static_cast<unsigned long long>(count) * stride(valuetype_);
+  if (size > 0xFFFFFFFFull) return 0;
+  Record::Primitive record(store_, offset_);
+  if (size == 0) {
+    record.arrays(Record::Primitive::kValues, nullptr, 0);
+  } else {
+    Metadata::PooledBuffer zeros(static_cast<unsigned>(size));
+    record.arrays(Record::Primitive::kValues, zeros.data(), zeros.size());
+  }
+  valuesize_ = static_cast<unsigned>(size);
+  return 1;
+}
+
+bool Primitive::equivalent(const Primitive& other) const {
+  return name_ == other.name_ && valuetype_ == other.valuetype_;
+}
+
+bool Primitive::unreferenced() {
+  return Record::Primitive(store_, offset_).references() == 1;
+}
+
+void Primitive::clear() {
+  Item::cleanup();
+  Record::Primitive record(store_, offset_);
+  record.locale(IDataStore::BADOFF);
+  record.update(true);
+}
+
+unsigned Primitive::clone(IDataStore* target) {
+  Record::Primitive record(store_, offset_);
+  record.locale(duplicate(target));
+  record.references(0);
+  return record.clone(target);
+}
+
+}  // namespace kestrine::platform::data::Design
