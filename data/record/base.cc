@@ -31,8 +31,7 @@ unsigned allocator(unsigned n) {
 
 tType peek(IDataStore* store, unsigned offset) {
   std::uint8_t kind = 0;
-  store->read(offset, &kind, 1);
-  return static_cast<tType>(kind);
+  return store->read(offset, &kind, 1) == 1 ? static_cast<tType>(kind) : kNoRecord;
 }
 
 Base::Base() : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), used_(0), capacity_(0) {}

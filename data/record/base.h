@@ -22,14 +22,17 @@ enum tType : std::uint8_t {
   kOffsets = 3,
   kContainer = 4,
   kLocale = 5,
+  // Not a kind: what peek() answers where there is no record. No valid record starts with
+  // this byte.
+  kNoRecord = 0xFF,
 };
 
 // The buffer size for a record of `n` bytes: 0, then 8, 16, 32, 48, 64, 96, 128, 256, 512,
 // 1024, 2048, 4096 and 16384 (there is no 8192 class), and `n` itself above 16384.
 unsigned allocator(unsigned n);
 
-// The kind of the record at `offset`: one byte read into a zero, so a store that reads
-// nothing for BADOFF or a freed offset answers kRoot.
+// The kind of the record at `offset`, its first byte; kNoRecord for BADOFF, a freed offset,
+// or an empty record.
 tType peek(IDataStore* store, unsigned offset);
 
 // The in-memory working copy of one record: the whole record is read into a pooled buffer,

@@ -77,14 +77,14 @@ TEST(RecordBase, FirstUpdateCreatesAndLaterOnesOverwriteInPlace) {
   EXPECT_EQ(unstored.offset(), IDataStore::BADOFF);
 }
 
-// Catches: a missing record loaded as garbage, and peek() reading another byte than the kind
-// (a missing record peeks as a root, kind 0).
+// Catches: a missing record loaded as garbage or taken for a root, and peek() reading another
+// byte than the kind.
 TEST(RecordBase, MissingRecordsLoadEmptyAndPeekReadsTheKindByte) {
   MemoryDataStore store;
   Base missing(&store, IDataStore::BADOFF);
   EXPECT_EQ(missing.used(), 0u);
   EXPECT_EQ(missing.capacity(), 0u);
-  EXPECT_EQ(peek(&store, IDataStore::BADOFF), kRoot);
+  EXPECT_EQ(peek(&store, IDataStore::BADOFF), kNoRecord);
   Base container(&store, 4, kContainer);
   container.update(true);
   EXPECT_EQ(peek(&store, container.offset()), kContainer);

@@ -19,10 +19,14 @@ Finder::Finder(IDataStore* store, unsigned offset, const wchar_t* path) : offset
 
     bool failed = true;
     Record::tType kind = Record::peek(store, offset_);
+    // A path through a record that is not there leads nowhere, whatever step it is.
+    if (kind == Record::kNoRecord) {
+      offset_ = IDataStore::BADOFF;
+      return;
+    }
     if (kind == Record::kRoot || kind == Record::kTable || kind == Record::kContainer) {
       Design::Logic logic(store, offset_, false);
-      // peek answers kRoot for an offset that holds nothing: such a path leads nowhere.
-      offset_ = logic ? logic.set()->find(name.string()) : IDataStore::BADOFF;
+      offset_ = logic.set()->find(name.string());
       failed = offset_ == IDataStore::BADOFF;
     }
     // The end test comes first on purpose: a last step that fails on a record without

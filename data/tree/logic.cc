@@ -11,8 +11,7 @@ Logic::Logic(IDataStore* store, unsigned offset, bool shallow)
     : kind_(Record::peek(store, offset)), item_(nullptr) {
   switch (kind_) {
     case Record::kRoot:
-      // peek answers kRoot also for an offset that holds nothing; only a real record opens.
-      if (store->size(offset) != 0) item_ = new Metadata::Root(store, offset);
+      item_ = new Metadata::Root(store, offset);
       break;
     case Record::kPrimitive:
       item_ = new Primitive(store, offset);
