@@ -3,10 +3,10 @@
 //
 //   build/release/bench/number_text_bench
 //
-// Print: one element's bytes to wide text with 7 significant digits (Stream: Element::print;
+// Print: one element's bytes to wide text with 7 significant digits (Stream: the classic-locale streams;
 // Charconv: printNumber), and to narrow text, which the wide form widens (CharconvNarrow).
 // Scan: one token, the seven-digit text of a value, into an element's bytes (Stream:
-// Element::scan; Charconv: scanNumber). Each benchmark walks through 4096 values of spread
+// the streams; Charconv: scanNumber). Each benchmark walks through 4096 values of spread
 // magnitudes and lengths.
 #include <benchmark/benchmark.h>
 
@@ -19,13 +19,12 @@
 #include <utility>
 #include <vector>
 
-#include "data/xml/element.h"
-#include "data/xml/number_text.h"
-#include "data/xml/value_text.h"
+#include "data/values/number_text.h"
+#include "data/values/stream_numbers_test_support.h"
 
 namespace {
 
-namespace XML = kestrine::platform::data::XML;
+namespace Values = kestrine::platform::data::Values;
 using kestrine::platform::data::metadata::tValue;
 namespace metadata = kestrine::platform::data::metadata;
 
@@ -72,8 +71,8 @@ const Samples& samples(tValue type) {
       std::mt19937_64 random(type);
       for (std::size_t i = 0; i < kValues; ++i) {
         const Element element = randomElement(type, random);
-        char text[XML::kNumberTextSize];
-        XML::printNumber(type, element.data(), text, XML::FloatDigits::kSeven);
+        char text[Values::kNumberTextSize];
+        Values::printNumber(type, element.data(), text, Values::FloatDigits::kSeven);
         made[type].elements.push_back(element);
         made[type].texts.emplace_back(text);
       }
@@ -95,9 +94,9 @@ void eachValue(benchmark::State& state, Convert convert) {
 
 void PrintStream(benchmark::State& state, tValue type) {
   const Samples& values = samples(type);
-  wchar_t out[XML::kNumberText];
+  wchar_t out[64];
   eachValue(state, [&](std::size_t i) {
-    benchmark::DoNotOptimize(XML::Element::print(type, values.elements[i].data(), out));
+    benchmark::DoNotOptimize(Values::stream::printNumber(type, values.elements[i].data(), out));
   });
 }
 
@@ -105,10 +104,10 @@ void PrintStream(benchmark::State& state, tValue type) {
 template <class Char>
 void PrintCharconv(benchmark::State& state, tValue type) {
   const Samples& values = samples(type);
-  Char out[XML::kNumberTextSize];
+  Char out[Values::kNumberTextSize];
   eachValue(state, [&](std::size_t i) {
     benchmark::DoNotOptimize(
-        XML::printNumber(type, values.elements[i].data(), out, XML::FloatDigits::kSeven));
+        Values::printNumber(type, values.elements[i].data(), out, Values::FloatDigits::kSeven));
   });
 }
 
@@ -116,7 +115,7 @@ void ScanStream(benchmark::State& state, tValue type) {
   const Samples& values = samples(type);
   Element element;
   eachValue(state, [&](std::size_t i) {
-    benchmark::DoNotOptimize(XML::Element::scan(type, values.texts[i].c_str(), element.data()));
+    benchmark::DoNotOptimize(Values::stream::scanNumber(type, values.texts[i].c_str(), element.data()));
   });
 }
 
@@ -124,7 +123,7 @@ void ScanCharconv(benchmark::State& state, tValue type) {
   const Samples& values = samples(type);
   Element element;
   eachValue(state, [&](std::size_t i) {
-    benchmark::DoNotOptimize(XML::scanNumber(type, values.texts[i].c_str(), element.data()));
+    benchmark::DoNotOptimize(Values::scanNumber(type, values.texts[i].c_str(), element.data()));
   });
 }
 

@@ -282,6 +282,10 @@ void PooledHeap::free(void* pointer, std::size_t size) {
   shared().put(index, surplus);
 }
 
+std::size_t PooledHeap::blockSize(std::size_t size) {
+  return size > kLargest ? size : kClassSizes[classOf(size)];
+}
+
 std::size_t PooledHeap::trim() {
   std::size_t released = 0;
   ThreadCache* cache = threadCache();

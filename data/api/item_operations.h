@@ -3,6 +3,7 @@
 
 #include "data/tree/item.h"
 #include "data/tree/set.h"
+#include "data/values/value_types.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/data/metadata/value.h"
 
@@ -55,7 +56,7 @@ inline bool nameable(const WideString& name) {
 // Whether primitives of `type` can be made: type 0 has no element size to count values in,
 // and no value past the enumeration names a type.
 inline bool storable(metadata::tValue type) {
-  return type >= metadata::kBinary && type <= metadata::kStruct;
+  return Values::traits(type).elementSize != 0;
 }
 
 }  // namespace kestrine::platform::data::Api

@@ -1,16 +1,9 @@
 #include "data/api/string_array_impl.h"
 
+#include "data/values/value_types.h"
 #include "kestrine/platform/data/metadata/primitive.h"
 
 namespace kestrine::platform::data::metadata {
-
-namespace {
-
-bool textual(tValue type) {
-  return type >= kUUID && type <= kVersion;
-}
-
-}  // namespace
 
 IStringArray::~IStringArray() = default;
 
@@ -28,7 +21,8 @@ StringArrayImpl::StringArrayImpl(const wchar_t* packed, unsigned count) {
 }
 
 bool StringArrayImpl::write(IPrimitive* target) {
-  if (target == nullptr || !textual(target->valuetype())) return false;
+  if (target == nullptr || Values::traits(target->valuetype()).text != Values::tTextForm::kStrings)
+    return false;
   std::vector<wchar_t> packed;
   for (const WideString& text : strings_) {
     packed.insert(packed.end(), text.string(), text.string() + text.length());

@@ -10,9 +10,6 @@ using core::memory::PooledHeap;
 
 namespace {
 
-// The buffer size classes, ended by 0. There is deliberately no 8192 class.
-const unsigned kpAllocations[] = {8, 16, 32, 48, 64, 96, 128, 256, 512, 1024, 2048, 4096, 16384, 0};
-
 unsigned char* allocateZeroed(unsigned capacity) {
   unsigned char* buffer = static_cast<unsigned char*>(PooledHeap::malloc(capacity));
   std::memset(buffer, 0, capacity);
@@ -21,12 +18,9 @@ unsigned char* allocateZeroed(unsigned capacity) {
 
 }  // namespace
 
+// The pooled heap's own size classes, so that a buffer takes its block whole.
 unsigned allocator(unsigned n) {
-  if (n == 0) return 0;
-  if (n <= kpAllocations[0]) return kpAllocations[0];
-  for (const unsigned* size = kpAllocations + 1; *size != 0; ++size)
-    if (*size >= n) return *size;
-  return n;
+  return n == 0 ? 0 : static_cast<unsigned>(PooledHeap::blockSize(n));
 }
 
 tType peek(IDataStore* store, unsigned offset) {

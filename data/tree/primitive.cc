@@ -6,27 +6,11 @@
 
 #include "data/record/primitive_record.h"
 #include "data/tree/pooled_buffer.h"
+#include "data/values/value_types.h"
 
 namespace kestrine::platform::data::Design {
 
 namespace {
-
-// Element size of each value type, indexed by metadata::tValue: text-like types count 4-byte
-// characters, vectors and matrices 8-byte components, structs bytes.
-const unsigned kpIntegralSizes[] = {
-    0,              // no type
-    1,              // binary
-    4, 4, 4, 4, 4,  // uuid, string, time, uri, version
-    1, 1, 1,        // bool, int8, uint8
-    2, 2,           // int16, uint16
-    4, 4,           // int32, uint32
-    8, 8,           // int64, uint64
-    4, 8,           // scalar, double
-    8, 8, 8,        // vector2, vector3, vector4
-    8, 8, 8,        // matrix2x2, matrix3x3, matrix4x4
-    1,              // struct
-};
-const unsigned kTypes = sizeof(kpIntegralSizes) / sizeof(kpIntegralSizes[0]);
 
 // Type 0 has no element size: reaching an operation that counts elements with it is a bug
 // of the caller, not a result.
@@ -71,7 +55,7 @@ Primitive::~Primitive() {
 }
 
 unsigned Primitive::stride(metadata::tValue type) {
-  return type < kTypes ? kpIntegralSizes[type] : 0;
+  return Values::traits(type).elementSize;
 }
 
 unsigned Primitive::dimension() const {

@@ -6,7 +6,7 @@
 #include "data/record/base.h"
 #include "data/tree/primitive.h"
 #include "data/tree/table.h"
-#include "data/xml/value_text.h"
+#include "data/values/number_text.h"
 
 namespace kestrine::platform::data::XML {
 
@@ -15,22 +15,6 @@ using core::string::StringAlgorithm;
 const UnitsDictionary Element::_oUnits;
 
 namespace {
-
-// Element bytes may sit at any position of a value array.
-template <class T>
-T load(const char* value) {
-  T result;
-  std::memcpy(&result, value, sizeof result);
-  return result;
-}
-
-template <class T>
-bool scanAs(const char* text, char* value) {
-  T result;
-  if (!CastTo(text, result)) return false;
-  std::memcpy(value, &result, sizeof result);
-  return true;
-}
 
 // An existing child of a parent's set, opened to be merged with a new one of its kind.
 std::unique_ptr<Metadata::Item> reopen(IDataStore* store, unsigned offset, Record::tType kind) {
@@ -97,81 +81,11 @@ const char* Element::find(const char* name, const char** attributes) {
 }
 
 bool Element::print(metadata::tValue type, const char* value, wchar_t* out) {
-  switch (type) {
-    case metadata::kBool:
-      // Read as a byte: a stored 2 (scan accepts any number for a bool) must not become an
-      // invalid bool object. Any non-zero byte is true.
-      ToWString(out, load<unsigned char>(value) != 0);
-      return true;
-    case metadata::kInt8:
-      ToWString(out, load<signed char>(value));
-      return true;
-    case metadata::kUInt8:
-      ToWString(out, load<unsigned char>(value));
-      return true;
-    case metadata::kInt16:
-      ToWString(out, load<short>(value));
-      return true;
-    case metadata::kUInt16:
-      ToWString(out, load<unsigned short>(value));
-      return true;
-    case metadata::kInt32:
-      ToWString(out, load<int>(value));
-      return true;
-    case metadata::kUInt32:
-      ToWString(out, load<unsigned int>(value));
-      return true;
-    case metadata::kInt64:
-      ToWString(out, load<long>(value));
-      return true;
-    case metadata::kUInt64:
-      ToWString(out, load<unsigned long>(value));
-      return true;
-    case metadata::kScalar:
-      ToWString(out, load<float>(value));
-      return true;
-    case metadata::kDouble:
-    case metadata::kVector2:
-    case metadata::kVector3:
-    case metadata::kVector4:
-    case metadata::kMatrix2x2:
-    case metadata::kMatrix3x3:
-    case metadata::kMatrix4x4:
-      ToWString(out, load<double>(value));
-      return true;
-    default:
-      return false;
-  }
+  return Values::printNumber(type, value, out, Values::FloatDigits::kSeven) != 0;
 }
 
 bool Element::scan(metadata::tValue type, const char* text, char* value) {
-  switch (type) {
-    case metadata::kBool:
-    case metadata::kInt8:
-    case metadata::kInt16:
-    case metadata::kInt32:
-      return scanAs<int>(text, value);
-    case metadata::kUInt8:
-    case metadata::kUInt16:
-    case metadata::kUInt32:
-      return scanAs<unsigned int>(text, value);
-    case metadata::kInt64:
-      return scanAs<long long>(text, value);
-    case metadata::kUInt64:
-      return scanAs<unsigned long long>(text, value);
-    case metadata::kScalar:
-      return scanAs<float>(text, value);
-    case metadata::kDouble:
-    case metadata::kVector2:
-    case metadata::kVector3:
-    case metadata::kVector4:
-    case metadata::kMatrix2x2:
-    case metadata::kMatrix3x3:
-    case metadata::kMatrix4x4:
-      return scanAs<double>(text, value);
-    default:
-      return false;
-  }
+  return Values::scanNumber(type, text, value);
 }
 
 Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tAdoption container,

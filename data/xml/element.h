@@ -75,7 +75,7 @@ class Element {
   // The value of the first attribute named exactly `name`; null when there is none.
   static const char* find(const char* name, const char** attributes);
   // Writes one element of a numeric type (7 to 23) read from `value` as text into `out`
-  // (kNumberText characters); false, writing nothing, for any other type. Vector and matrix
+  // (Values::kNumberTextSize characters); false, writing nothing, for any other type. Vector and matrix
   // elements are one double component each.
   static bool print(metadata::tValue type, const char* value, wchar_t* out);
   // Reads one token as an element of a numeric type into `value` (8 bytes): an int for

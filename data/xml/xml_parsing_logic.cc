@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "data/record/base.h"
+#include "data/values/value_types.h"
 #include "data/xml/xml_container.h"
 #include "data/xml/xml_primitive.h"
 #include "data/xml/xml_root.h"
@@ -12,20 +13,6 @@
 namespace kestrine::platform::data::XML {
 
 using core::string::StringAlgorithm;
-
-namespace {
-
-// The primitive handlers other than "struct", in the order they are registered.
-const metadata::tValue kpPrimitives[] = {
-    metadata::kString,    metadata::kURI,       metadata::kUUID,      metadata::kTime,
-    metadata::kVersion,   metadata::kBinary,    metadata::kInt8,      metadata::kInt16,
-    metadata::kInt32,     metadata::kInt64,     metadata::kUInt8,     metadata::kUInt16,
-    metadata::kUInt32,    metadata::kUInt64,    metadata::kBool,      metadata::kScalar,
-    metadata::kDouble,    metadata::kVector2,   metadata::kVector3,   metadata::kVector4,
-    metadata::kMatrix2x2, metadata::kMatrix3x3, metadata::kMatrix4x4,
-};
-
-}  // namespace
 
 XMLParsingLogic::XMLParsingLogic(IDataStore* store, Metadata::Item* target,
                                  metadata::IURIResolver* resolver,
@@ -46,9 +33,9 @@ XMLParsingLogic::XMLParsingLogic(IDataStore* store, Metadata::Item* target,
   registry_.set_deleted_key("$$$$$_____deleted_key");
   add(new XMLRoot(store, resolver, locator));
   add(new XMLTable(store, locator));
-  for (metadata::tValue type : kpPrimitives)
-    add(new XMLPrimitive(store, type, nullptr));
-  add(new XMLPrimitive(store, metadata::kStruct, locator));
+  // One primitive handler per value type; only structs resolve schemas.
+  for (const Values::tValueTraits* type = Values::begin(); type != Values::end(); ++type)
+    add(new XMLPrimitive(store, type->type, type->type == metadata::kStruct ? locator : nullptr));
   add(new XMLContainer(store, structure::IContainer::kNode, locator));
   add(new XMLContainer(store, structure::IContainer::kGroup, locator));
   add(new XMLContainer(store, structure::IContainer::kLink, locator));

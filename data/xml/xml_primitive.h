@@ -1,10 +1,8 @@
 #ifndef KPL_DATA_XML_XML_PRIMITIVE_H_
 #define KPL_DATA_XML_XML_PRIMITIVE_H_
 
-#include <string>
-#include <vector>
-
 #include "data/xml/element.h"
+#include "data/xml/primitive_text.h"
 
 namespace kestrine::platform::data::Design {
 class Primitive;
@@ -19,17 +17,12 @@ namespace kestrine::platform::data::XML {
 // have a fixed one), "uri" (the values live elsewhere), "locale" (of the values), "units";
 // content: the values, directly or in "val" sub-elements; sub-element "name".
 //
-// Value text: "binary" is base64; the text types hold one string per block (several "val"
-// blocks give several strings one after the other); numeric types are decimal tokens
-// separated by blanks, one per element; a struct is the components of all its fields in
-// layout order, each read and written as its field's type.
+// The values are text blocks as PrimitiveText reads and writes them; several "val" blocks
+// of a text type give several strings one after the other.
 class XMLPrimitive : public Element {
  public:
   // `locator` resolves the schemas of structs; the other types do without.
   XMLPrimitive(IDataStore* store, metadata::tValue type, metadata::ISchemaLocator* locator);
-
-  // The element name of a value type; null for a type without one.
-  static const char* name(metadata::tValue type);
 
   const char* name() const override;
   const wchar_t* wname() const override;
@@ -57,28 +50,11 @@ class XMLPrimitive : public Element {
  private:
   // Element count from the start tag.
   unsigned count(const char** attributes) const;
-  // Splits `text` into tokens_ at blanks, tabs, CRs and LFs: leading and repeated
-  // separators make no token, the text after the last separator always makes one (empty
-  // after trailing whitespace).
-  void split(const char* text);
-  // Reads tokens_ into elements 0.. of the array, all in one record write.
-  void numbers(Design::Primitive* primitive);
-  // Reads tokens_ as whole structs of the base's layout and replaces the values with them.
-  void structs(Design::Primitive* primitive);
-  // The value text (without wrapping) of a numeric or struct primitive; false when there
-  // is none to write.
-  bool text(Design::Primitive* primitive, std::wstring& out);
-  // Writes one value block, in a "val" when `wrap`.
-  static void block(core::xml::XMLSerializer* writer, const wchar_t* text, std::size_t length,
-                    bool wrap);
 
   metadata::tValue type_;
   metadata::ISchemaLocator* locator_;
-  // Per parse, so that documents parsed on several threads at once never share them: the
-  // text cut into tokens, the tokens, and the values being assembled.
-  std::string scratch_;
-  std::vector<const char*> tokens_;
-  std::vector<char> values_;
+  // Per parse, so that documents parsed on several threads at once never share its buffers.
+  PrimitiveText text_;
 };
 
 }  // namespace kestrine::platform::data::XML

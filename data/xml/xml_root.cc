@@ -1,7 +1,7 @@
 #include "data/xml/xml_root.h"
 
 #include "data/tree/root.h"
-#include "data/xml/value_text.h"
+#include "data/values/number_text.h"
 
 namespace kestrine::platform::data::XML {
 
@@ -40,7 +40,7 @@ Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {
 
 bool XMLRoot::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
   unsigned version = store_->version();
-  wchar_t text[kNumberText];
+  wchar_t text[Values::kNumberTextSize];
   print(metadata::kUInt32, reinterpret_cast<const char*>(&version), text);
   writer->startElement(wname());
   writer->addAttribute(L"version", text);

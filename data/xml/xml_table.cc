@@ -4,26 +4,11 @@
 #include <memory>
 
 #include "data/tree/table.h"
+#include "data/values/value_types.h"
 
 namespace kestrine::platform::data::XML {
 
 using core::string::StringAlgorithm;
-
-const XMLTable::tType XMLTable::_kpTypes[] = {
-    {"string", metadata::kString},    {"binary", metadata::kBinary},
-    {"scalar", metadata::kScalar},    {"double", metadata::kDouble},
-    {"bool", metadata::kBool},        {"string", metadata::kString},
-    {"uuid", metadata::kUUID},        {"time", metadata::kTime},
-    {"uri", metadata::kURI},          {"version", metadata::kVersion},
-    {"int8", metadata::kInt8},        {"uint8", metadata::kUInt8},
-    {"int16", metadata::kInt16},      {"uint16", metadata::kUInt16},
-    {"int32", metadata::kInt32},      {"uint32", metadata::kUInt32},
-    {"int64", metadata::kInt64},      {"uint64", metadata::kUInt64},
-    {"mtx2x2", metadata::kMatrix2x2}, {"mtx3x3", metadata::kMatrix3x3},
-    {"mtx4x4", metadata::kMatrix4x4}, {"vec2", metadata::kVector2},
-    {"vec3", metadata::kVector3},     {"vec4", metadata::kVector4},
-    {nullptr, metadata::kNone},
-};
 
 XMLTable::XMLTable(IDataStore* store, metadata::ISchemaLocator* locator)
     : Element(store), locator_(locator) {}
@@ -38,18 +23,6 @@ const wchar_t* XMLTable::wname() const {
 
 unsigned XMLTable::type() const {
   return 2;
-}
-
-const XMLTable::tType* XMLTable::lookup(const char* name) {
-  for (const tType* entry = _kpTypes; entry->value != metadata::kNone; ++entry)
-    if (std::strcmp(entry->name, name) == 0) return entry;
-  return nullptr;
-}
-
-const XMLTable::tType* XMLTable::lookup(metadata::tValue type) {
-  for (const tType* entry = _kpTypes; entry->value != metadata::kNone; ++entry)
-    if (entry->value == type) return entry;
-  return nullptr;
 }
 
 Metadata::Item* XMLTable::open(const char** attributes) {
@@ -80,10 +53,10 @@ bool XMLTable::sub(const char* name, const char** attributes) {
 bool XMLTable::set(Metadata::Item* item, const char* text) {
   if (substate_ != kDefaultSub) return localize(item, text);
   units::tUnit unit = _oUnits.unit(unit_.c_str());
-  const tType* type = lookup(type_.c_str());
+  const Values::tValueTraits* type = Values::byDefaultName(type_.c_str());
   if (type == nullptr) return false;
   // The document's outermost element may stand for a target of another kind.
-  if (auto* table = dynamic_cast<Design::Table*>(item)) table->defaults(unit, type->value);
+  if (auto* table = dynamic_cast<Design::Table*>(item)) table->defaults(unit, type->type);
   substate_ = kNoSub;
   return false;
 }
@@ -97,8 +70,8 @@ bool XMLTable::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer)
     writer->startElement(L"default");
     const char* unit = _oUnits.unit(table->units(group));
     writer->addAttribute(L"unit", StringAlgorithm::UTF8Decode(unit).string());
-    if (const tType* type = lookup(table->valuetype(group)))
-      writer->addAttribute(L"type", StringAlgorithm::UTF8Decode(type->name).string());
+    if (const char* type = Values::traits(table->valuetype(group)).defaultName)
+      writer->addAttribute(L"type", StringAlgorithm::UTF8Decode(type).string());
     writer->endElement();
   }
   names(item, writer);

@@ -12,16 +12,6 @@ namespace kestrine::platform::data::XML {
 // default unit and value type of the unit's group).
 class XMLTable : public Element {
  public:
-  // One default-type name.
-  struct tType {
-    const char* name;
-    metadata::tValue value;
-  };
-  // The names "default" accepts, searched in order (the first match wins), ended by an
-  // entry with value 0. Vectors and matrices go by their short names ("vec3", "mtx4x4");
-  // "struct" cannot be a default. "string" is listed twice; the second is never reached.
-  static const tType _kpTypes[];
-
   // `locator` resolves "class"; without one, "class" is ignored.
   XMLTable(IDataStore* store, metadata::ISchemaLocator* locator);
 
@@ -36,17 +26,15 @@ class XMLTable : public Element {
   // another sub-element is pending, which a "default" of an unknown type leaves for good.
   bool sub(const char* name, const char** attributes) override;
   // A "name" as in Element. A "default" sets the defaults of its unit's group and answers
-  // false; when its type is not in _kpTypes nothing changes and the "default" stays
-  // pending, so every later sub-element of every table of the document is refused.
+  // false; when its type has no default name (vectors and matrices go by their short
+  // names, "vec3", "mtx4x4"; a struct cannot be a default) nothing changes and the
+  // "default" stays pending, so every later sub-element of every table of the document is
+  // refused.
   bool set(Metadata::Item* item, const char* text) override;
   // <table name=".." class="..">, one empty <default unit=".." type=".."/> per unit group
   // in ascending group order ("type" left out for a value type without a default name),
   // then the localized names.
   bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
-
-  // The first entry of _kpTypes named `name` / of value `type`; null when none.
-  static const tType* lookup(const char* name);
-  static const tType* lookup(metadata::tValue type);
 
  private:
   metadata::ISchemaLocator* locator_;

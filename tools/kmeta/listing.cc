@@ -39,7 +39,7 @@ struct tRow {
 tRow describe(data::Design::Logic& child) {
   tRow row;
   if (auto* primitive = dynamic_cast<data::Design::Primitive*>(child.operator->())) {
-    const char* kind = data::XML::XMLPrimitive::name(primitive->valuetype());
+    const char* kind = data::metadata::valueTypeName(primitive->valuetype());
     row.kind = kind != nullptr ? kind : "?";
     row.schema = text(primitive->base());
     const char* unit = data::XML::Element::_oUnits.unit(primitive->units());

@@ -25,6 +25,12 @@ class KPL_CORE_API PooledHeap {
   // Returns a block got from malloc; `size` must be the size it was asked for. Null is ignored.
   static void free(void* pointer, std::size_t size);
 
+  // The size of the block that malloc(size) hands out: the smallest of its size classes (8,
+  // 16, 32, 48, 64, 96, 128, 256, 512, 1024, 2048, 4096 and 16384 bytes; there is no 8192)
+  // that holds `size`, or `size` itself above the largest. A buffer sized by it can grow up
+  // to that size without moving.
+  static std::size_t blockSize(std::size_t size);
+
   // Gives every cached free block of the shared pool and of the calling thread back to the
   // system; returns the number of bytes released. Blocks cached by other running threads
   // stay with them (a thread's cache goes to the shared pool when the thread ends).

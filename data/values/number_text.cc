@@ -1,4 +1,4 @@
-#include "data/xml/number_text.h"
+#include "data/values/number_text.h"
 
 #include <charconv>
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <limits>
 #include <type_traits>
 
-namespace kestrine::platform::data::XML {
+namespace kestrine::platform::data::Values {
 
 namespace {
 
@@ -212,4 +212,4 @@ bool scanNumber(metadata::tValue type, const char* text, char* element) {
   return conversion != nullptr && conversion->scan(text, element);
 }
 
-}  // namespace kestrine::platform::data::XML
+}  // namespace kestrine::platform::data::Values

@@ -1,5 +1,5 @@
-#ifndef KPL_DATA_XML_NUMBER_TEXT_H_
-#define KPL_DATA_XML_NUMBER_TEXT_H_
+#ifndef KPL_DATA_VALUES_NUMBER_TEXT_H_
+#define KPL_DATA_VALUES_NUMBER_TEXT_H_
 
 #include <cstddef>
 
@@ -11,7 +11,7 @@
 // after stay byte for byte the same and every token reads into the same bits. All functions
 // keep no state and allocate nothing; they are safe from any thread.
 
-namespace kestrine::platform::data::XML {
+namespace kestrine::platform::data::Values {
 
 // The size in characters of the buffer printNumber writes into: room for the longest number,
 // 24 characters ("-2.2250738585072014e-308"), its terminator, and some to spare.
@@ -60,6 +60,6 @@ std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out
 // mark has no digits ("1e", "1e+"); "inf", "nan" and hexadecimal are never read.
 bool scanNumber(metadata::tValue type, const char* text, char* element);
 
-}  // namespace kestrine::platform::data::XML
+}  // namespace kestrine::platform::data::Values
 
-#endif  // KPL_DATA_XML_NUMBER_TEXT_H_
+#endif  // KPL_DATA_VALUES_NUMBER_TEXT_H_

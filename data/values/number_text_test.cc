@@ -1,4 +1,4 @@
-#include "data/xml/number_text.h"
+#include "data/values/number_text.h"
 
 #include <gtest/gtest.h>
 
@@ -8,17 +8,17 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <locale>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "data/xml/element.h"
-#include "data/xml/value_text.h"
+#include "data/values/stream_numbers_test_support.h"
 
-// Differential tests: the stream-based Element::print and Element::scan are the reference
+// Differential tests: the stream-based conversions (stream::printNumber, stream::scanNumber) are the reference
 // that every value and every token must agree with, byte for byte.
 
-namespace kestrine::platform::data::XML {
+namespace kestrine::platform::data::Values {
 namespace {
 
 using Bytes = std::array<unsigned char, 8>;
@@ -51,8 +51,8 @@ void expectSamePrint(const Bytes& element, unsigned first = 0, unsigned last = k
   const char* bytes = reinterpret_cast<const char*>(element.data());
   for (unsigned type = first; type <= last; ++type) {
     const auto value = metadata::tValue(type);
-    wchar_t reference[kNumberText] = L"untouched";
-    const bool printed = Element::print(value, bytes, reference);
+    wchar_t reference[64] = L"untouched";
+    const bool printed = stream::printNumber(value, bytes, reference);
     wchar_t wide[kNumberTextSize] = L"untouched";
     char narrow[kNumberTextSize] = "untouched";
     const std::size_t length = printNumber(value, bytes, narrow, FloatDigits::kSeven);
@@ -77,7 +77,7 @@ void expectSameScan(const std::string& text, unsigned first = 0, unsigned last =
     reference.bytes.fill(0xa5);
     scanned.bytes.fill(0xa5);
     const auto value = metadata::tValue(type);
-    reference.read = Element::scan(value, text.c_str(), reinterpret_cast<char*>(&reference.bytes));
+    reference.read = stream::scanNumber(value, text.c_str(), reinterpret_cast<char*>(&reference.bytes));
     scanned.read = scanNumber(value, text.c_str(), reinterpret_cast<char*>(&scanned.bytes));
     ASSERT_EQ(scanned, reference) << "type " << type << " token \"" << text << '"';
   }
@@ -148,7 +148,7 @@ void expectShortestReadsBack(Float value, metadata::tValue type) {
     return;
   }
   Bytes back{};
-  ASSERT_TRUE(Element::scan(type, text, reinterpret_cast<char*>(back.data()))) << text;
+  ASSERT_TRUE(stream::scanNumber(type, text, reinterpret_cast<char*>(back.data()))) << text;
   ASSERT_EQ(back, element) << text;
 }
 
@@ -293,5 +293,38 @@ TEST(NumberTextTest, ScansRandomTokensAsTheStreamDid) {
   }
 }
 
+
+// A locale with "," as decimal point and digit grouping, as a user's locale may be.
+template <class Char>
+struct CommaPunct : std::numpunct<Char> {
+  Char do_decimal_point() const override { return ','; }
+  Char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+// Catches: text that depends on the process's locale, and the documented fixed points lost
+// (seven digits for doubles too, integers and bools as numbers, never characters).
+TEST(NumberTextTest, WritesTheFixedPointsWhateverTheProcessLocale) {
+  std::locale previous = std::locale::global(std::locale(
+      std::locale(std::locale::classic(), new CommaPunct<wchar_t>), new CommaPunct<char>));
+  auto text = [](metadata::tValue type, auto value) {
+    char out[kNumberTextSize];
+    printNumber(type, reinterpret_cast<const char*>(&value), out, FloatDigits::kSeven);
+    return std::string(out);
+  };
+  const std::string pi = text(metadata::kDouble, 3.14159265), big = text(metadata::kInt32, 1234567);
+  const std::string byte = text(metadata::kInt8, static_cast<signed char>(-128));
+  const std::string truth = text(metadata::kBool, static_cast<unsigned char>(2));
+  double read = 0;
+  const bool scanned = scanNumber(metadata::kDouble, "2.25", reinterpret_cast<char*>(&read));
+  std::locale::global(previous);
+  EXPECT_EQ(pi, "3.141593");
+  EXPECT_EQ(big, "1234567");
+  EXPECT_EQ(byte, "-128");
+  EXPECT_EQ(truth, "1");
+  EXPECT_TRUE(scanned);
+  EXPECT_EQ(read, 2.25);
+}
+
 }  // namespace
-}  // namespace kestrine::platform::data::XML
+}  // namespace kestrine::platform::data::Values

@@ -1,0 +1,224 @@
+#include "data/xml/primitive_text.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "data/tree/primitive.h"
+#include "data/values/value_types.h"
+#include "kestrine/platform/core/string.h"
+
+namespace kestrine::platform::data::XML {
+
+using core::string::StringAlgorithm;
+using core::string::WideString;
+using Values::tTextForm;
+
+namespace {
+
+// Calls visit(type, position, width) for each component of `structs` packed structs laid
+// out by `layout`: per struct, the fields in layout order, each field's components in turn,
+// at the field's offset plus the component's index times its width. Stops when visit
+// answers false.
+template <class Visit>
+void components(metadata::IStructLayout* layout, std::size_t structs, Visit visit) {
+  unsigned fields = layout->fields();
+  for (std::size_t s = 0; s < structs; ++s) {
+    for (unsigned f = 0; f < fields; ++f) {
+      const metadata::IStructLayout::tField* field = layout->get(f);
+      if (field == nullptr || field->count == 0) continue;
+      unsigned width = field->size / field->count;
+      for (unsigned c = 0; c < field->count; ++c) {
+        std::size_t position = s * layout->stride() + field->offset + std::size_t(c) * width;
+        if (!visit(field->type, position, width)) return;
+      }
+    }
+  }
+}
+
+std::vector<char> valuesOf(Design::Primitive& primitive) {
+  std::vector<char> values(primitive.valuesize());
+  primitive.get(values.data(), 0, primitive.dimension());
+  return values;
+}
+
+// Appends one number's text to a blank-separated block.
+void appendToken(std::wstring& out, const wchar_t* token) {
+  if (!out.empty()) out += L' ';
+  out += token;
+}
+
+}  // namespace
+
+std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
+                                               Values::FloatDigits digits) {
+  std::vector<std::wstring> blocks;
+  if (primitive.uri() != nullptr || primitive.dimension() == 0) return blocks;
+  switch (Values::traits(primitive.valuetype()).text) {
+    case tTextForm::kBase64: {
+      std::vector<char> bytes = valuesOf(primitive);
+      WideString text = StringAlgorithm::UTF8Decode(
+          StringAlgorithm::EncodeBase64(bytes.data(), bytes.size()).c_str());
+      blocks.emplace_back(text.string(), text.length());
+      break;
+    }
+    case tTextForm::kStrings: {
+      std::vector<wchar_t> characters(primitive.dimension());
+      primitive.get(reinterpret_cast<char*>(characters.data()), 0, primitive.dimension());
+      // Strings end at their terminators; a last one without is still a string.
+      std::size_t start = 0;
+      for (std::size_t i = 0; i < characters.size(); ++i) {
+        if (characters[i] != L'\0') continue;
+        blocks.emplace_back(characters.data() + start, i - start);
+        start = i + 1;
+      }
+      if (start < characters.size())
+        blocks.emplace_back(characters.data() + start, characters.size() - start);
+      break;
+    }
+    case tTextForm::kNumbers:
+      blocks.push_back(numbers(primitive, digits));
+      break;
+    case tTextForm::kStruct: {
+      std::wstring text;
+      if (structs(primitive, digits, text)) blocks.push_back(std::move(text));
+      break;
+    }
+    case tTextForm::kNone:
+      break;
+  }
+  return blocks;
+}
+
+std::wstring PrimitiveText::numbers(Design::Primitive& primitive, Values::FloatDigits digits) {
+  std::vector<char> values = valuesOf(primitive);
+  metadata::tValue type = primitive.valuetype();
+  unsigned width = Design::Primitive::stride(type);
+  std::wstring out;
+  wchar_t number[Values::kNumberTextSize];
+  for (std::size_t at = 0; at + width <= values.size(); at += width) {
+    Values::printNumber(type, values.data() + at, number, digits);
+    appendToken(out, number);
+  }
+  return out;
+}
+
+metadata::IStructLayout* PrimitiveText::layout(
+    Design::Primitive& primitive, core::memory::SharedPtr<metadata::ISchema>& schema) {
+  if (locator_ == nullptr || primitive.base() == nullptr) return nullptr;
+  schema = locator_->resolve(primitive.base());
+  return schema ? schema->layout() : nullptr;
+}
+
+bool PrimitiveText::structs(Design::Primitive& primitive, Values::FloatDigits digits,
+                            std::wstring& out) {
+  core::memory::SharedPtr<metadata::ISchema> schema;
+  metadata::IStructLayout* layout = this->layout(primitive, schema);
+  if (layout == nullptr || layout->stride() == 0) return false;
+  std::vector<char> values = valuesOf(primitive);
+  wchar_t number[Values::kNumberTextSize];
+  components(layout, values.size() / layout->stride(),
+             [&](metadata::tValue type, std::size_t position, unsigned) {
+               // A component without a number form (a string member) reads back as zero.
+               bool fits = position + Design::Primitive::stride(type) <= values.size();
+               appendToken(out, fits && Values::printNumber(type, values.data() + position,
+                                                            number, digits) != 0
+                                    ? number
+                                    : L"0");
+               return true;
+             });
+  return true;
+}
+
+void PrimitiveText::read(Design::Primitive& primitive, const char* text, bool append) {
+  if (text == nullptr || primitive.uri() != nullptr) return;
+  switch (Values::traits(primitive.valuetype()).text) {
+    case tTextForm::kBase64: {
+      std::vector<unsigned char> bytes;
+      StringAlgorithm::DecodeBase64(text, std::strlen(text), bytes);
+      if (!bytes.empty())
+        primitive.set(reinterpret_cast<const char*>(bytes.data()), 0,
+                      static_cast<unsigned>(bytes.size()));
+      break;
+    }
+    case tTextForm::kStrings: {
+      WideString string = StringAlgorithm::UTF8Decode(text);
+      primitive.set(reinterpret_cast<const char*>(string.string()),
+                    append ? primitive.dimension() : 0, string.length() + 1);
+      break;
+    }
+    case tTextForm::kNumbers:
+      split(text);
+      readNumbers(primitive);
+      break;
+    case tTextForm::kStruct:
+      split(text);
+      readStructs(primitive);
+      break;
+    case tTextForm::kNone:
+      break;
+  }
+}
+
+void PrimitiveText::split(const char* text) {
+  auto separator = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  scratch_.assign(text);
+  tokens_.clear();
+  char* at = scratch_.data();
+  char* end = at + scratch_.size();
+  while (at != end && separator(*at))
+    ++at;
+  for (;;) {
+    tokens_.push_back(at);
+    while (at != end && !separator(*at))
+      ++at;
+    if (at == end) return;
+    *at++ = '\0';
+    while (at != end && separator(*at))
+      ++at;
+    if (at == end) {
+      tokens_.push_back(at);
+      return;
+    }
+  }
+}
+
+void PrimitiveText::readNumbers(Design::Primitive& primitive) {
+  // Setting token by token would write the record once per token, each time whole; the
+  // array is assembled here instead and written once, with the same result.
+  metadata::tValue type = primitive.valuetype();
+  unsigned width = Design::Primitive::stride(type);
+  unsigned held = primitive.dimension();
+  values_.assign(std::max<std::size_t>(held, tokens_.size()) * width, 0);
+  if (held > 0) primitive.get(values_.data(), 0, held);
+  unsigned end = 0;
+  for (unsigned i = 0; i < tokens_.size(); ++i) {
+    char value[8];
+    if (!Values::scanNumber(type, tokens_[i], value)) continue;
+    std::memcpy(values_.data() + std::size_t(i) * width, value, width);
+    end = i + 1;
+  }
+  if (end > 0) primitive.set(values_.data(), 0, std::max(end, held));
+}
+
+void PrimitiveText::readStructs(Design::Primitive& primitive) {
+  core::memory::SharedPtr<metadata::ISchema> schema;
+  metadata::IStructLayout* layout = this->layout(primitive, schema);
+  if (layout == nullptr || layout->values() == 0 || layout->fields() == 0) return;
+  std::size_t count = tokens_.size() / layout->values();
+  std::size_t bytes = count * layout->stride();
+  if (bytes == 0 || bytes > 0xFFFFFFFFu) return;
+  values_.assign(bytes, 0);
+  std::size_t token = 0;
+  components(layout, count, [&](metadata::tValue type, std::size_t position, unsigned width) {
+    if (token == tokens_.size()) return false;
+    char value[8];
+    if (width <= sizeof value && position + width <= values_.size() &&
+        Values::scanNumber(type, tokens_[token], value))
+      std::memcpy(values_.data() + position, value, width);
+    ++token;
+    return true;
+  });
+  primitive.set(values_.data(), 0, static_cast<unsigned>(bytes));
+}
+
+}  // namespace kestrine::platform::data::XML
