@@ -2,6 +2,8 @@
 #include "data/api/handles.h"
 #include "data/api/item_operations.h"
 #include "data/tree/lock.h"
+#include "data/tree/finder.h"
+#include "data/tree/logic.h"
 #include "data/tree/root.h"
 #include "data/record/base.h"
 #include "kestrine/platform/core/thread.h"
@@ -56,6 +58,31 @@ SharedPtr<IContainer> IContainerFrontEnd::find(IDataStore* store, WideString pat
   core::thread::ScopedLock serial(gFrontEndMutex);
   Metadata::Lock lock(store);
   return Api::resolveContainer(store, path.value());
+}
+
+// These two never create anything, so they need not be ordered with toplevel() by the
+// library-wide mutex: the store's lock is enough.
+SharedPtr<metadata::IProperty> IContainerFrontEnd::property(IDataStore* store, WideString path) {
+  if (store == nullptr || path.value() == nullptr) return {};
+  Metadata::Lock lock(store);
+  return Api::wrapProperty(store, Metadata::resolvePath(store, path.string()));
+}
+
+bool IContainerFrontEnd::children(IDataStore* store, WideString path,
+                                  const std::function<void(const tChild&)>& visit) {
+  if (store == nullptr) return false;
+  Metadata::Lock lock(store);
+  unsigned offset = Metadata::resolvePath(store, path.string());
+  if (offset == IDataStore::BADOFF) return false;
+  Design::Logic parent(store, offset, false);
+  Metadata::Set* set = parent.set();
+  if (set == nullptr) return false;
+  for (unsigned i = 0; i < set->items(); ++i) {
+    unsigned child = set->at(i);
+    tChild handles{Api::wrapContainer(store, child), Api::wrapProperty(store, child)};
+    if (handles.container || handles.property) visit(handles);
+  }
+  return true;
 }
 
 }  // namespace kestrine::platform::data::structure

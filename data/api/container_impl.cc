@@ -267,6 +267,11 @@ WideString ContainerImpl::localize(WideString locale) {
   return Api::localize(*logic_, locale);
 }
 
+unsigned char ContainerImpl::flags() const {
+  Lock lock(store());
+  return logic_->flags();
+}
+
 bool ContainerImpl::adopt(const WideString& name, Metadata::Item* original) {
   if (logic_->lookup(name.value()) != kAbsent) return false;
   return logic_->add(original->clone(store()));

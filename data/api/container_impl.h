@@ -63,6 +63,7 @@ class ContainerImpl : public IContainer {
   WideString locale(unsigned int index) override;
   unsigned describe(WideString locale, WideString text) override;
   WideString localize(WideString locale) override;
+  unsigned char flags() const override;
 
  private:
   // Clones `original` (from any store, with its subtree) into this container's store and adds

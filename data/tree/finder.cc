@@ -42,3 +42,23 @@ Finder::Finder(IDataStore* store, unsigned offset, const wchar_t* path) : offset
 }
 
 }  // namespace kestrine::platform::data::Schema
+
+namespace kestrine::platform::data::Metadata {
+
+unsigned resolvePath(core::storage::datastore::IDataStore* store, const wchar_t* path) {
+  if (Record::peek(store, 0) != Record::kRoot) return IDataStore::BADOFF;
+  unsigned offset = 0;
+  const wchar_t* segment = path != nullptr ? path : L"";
+  if (*segment == 0) return offset;
+  for (;;) {
+    const wchar_t* end = std::wcschr(segment, L'.');
+    if (end == nullptr) end = segment + std::wcslen(segment);
+    Design::Logic logic(store, offset, false);
+    if (logic.set() == nullptr) return IDataStore::BADOFF;
+    offset = logic.set()->find(core::string::WideString(segment, unsigned(end - segment)).string());
+    if (offset == IDataStore::BADOFF || *end == 0) return offset;
+    segment = end + 1;
+  }
+}
+
+}  // namespace kestrine::platform::data::Metadata

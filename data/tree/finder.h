@@ -21,4 +21,14 @@ class Finder {
 
 }  // namespace kestrine::platform::data::Schema
 
+namespace kestrine::platform::data::Metadata {
+
+// The record at a dotted path from the root at offset 0, each name looked up among the
+// children of the root, container or table the path has reached: unlike the finder, a name
+// below a primitive finds nothing. The empty path is the root itself. BADOFF when a name is
+// missing or the store holds no root.
+unsigned resolvePath(core::storage::datastore::IDataStore* store, const wchar_t* path);
+
+}  // namespace kestrine::platform::data::Metadata
+
 #endif  // KPL_DATA_TREE_FINDER_H_

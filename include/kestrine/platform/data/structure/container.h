@@ -1,6 +1,8 @@
 #ifndef KESTRINE_PLATFORM_DATA_STRUCTURE_CONTAINER_H_
 #define KESTRINE_PLATFORM_DATA_STRUCTURE_CONTAINER_H_
 
+#include <functional>
+
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/memory.h"
 #include "kestrine/platform/core/string.h"
@@ -17,10 +19,11 @@ namespace kestrine::platform::data::structure {
 class IContainerFilter;
 
 // A node, group or link of the hierarchy, holding child containers and properties. Every
-// operation but empty() and store() takes the store's lock for its whole length and
-// releases it on every exit, exceptions included; handles may be shared between threads.
-// Failures are results (an empty handle, false, an empty string); only the store's
-// exceptions pass through. Destroying a handle never changes the store.
+// operation but store() takes the store's lock for its whole length and releases it on
+// every exit, exceptions included; handles may be shared between threads, and every handle
+// sees the store as it is now: what was changed through another handle, thread or process
+// is seen by the next call. Failures are results (an empty handle, false, an empty string);
+// only the store's exceptions pass through. Destroying a handle never changes the store.
 class KPL_DATA_API IContainer {
  public:
   enum tType : std::uint32_t { kNode = 0, kGroup = 1, kLink = 2 };
@@ -34,7 +37,7 @@ class KPL_DATA_API IContainer {
   virtual core::memory::SharedPtr<IContainer> parent() = 0;
   // The schema paths the container was made from, joined by ";"; empty when none.
   virtual core::string::WideString base() const = 0;
-  // True when no child is indexed. Takes no lock.
+  // True when the container has no child.
   virtual bool empty() const = 0;
   virtual tType type() const = 0;
   // Removes the named child with everything below it; false when there is none, or it is
@@ -88,6 +91,8 @@ class KPL_DATA_API IContainer {
   virtual core::string::WideString locale(unsigned int index) = 0;
   virtual unsigned describe(core::string::WideString locale, core::string::WideString text) = 0;
   virtual core::string::WideString localize(core::string::WideString locale) = 0;
+  // The flag bits, as for properties: 0x01 optional, 0x02 name locked, 0x04 hidden.
+  virtual unsigned char flags() const = 0;
 };
 
 // A cursor over the child containers of a container, as they were when it was made. It
@@ -147,6 +152,25 @@ class KPL_DATA_API IContainerFrontEnd {
   // The container at a dotted path from the root; empty when there is none. Never creates.
   static core::memory::SharedPtr<IContainer> find(core::storage::datastore::IDataStore* store,
                                                   core::string::WideString path);
+
+  // The primitive or table at a dotted path from the root, through containers and tables
+  // (the first name may be a top-level table); empty when the path names a container or
+  // nothing, a name below a primitive included. Never creates.
+  static core::memory::SharedPtr<metadata::IProperty> property(
+      core::storage::datastore::IDataStore* store, core::string::WideString path);
+
+  // One child of the root, of a container or of a table: a container or a property.
+  struct tChild {
+    core::memory::SharedPtr<IContainer> container;
+    core::memory::SharedPtr<metadata::IProperty> property;
+  };
+  // Calls `visit` with each child of the root (an empty path) or of the container or table
+  // at the dotted `path`, in the order of its children list, as an export walks them (hidden
+  // children included). The store's lock is held throughout, so the children are those of
+  // one moment; `visit` may use them and the store. False, visiting nothing, when the path
+  // names no root, container or table.
+  static bool children(core::storage::datastore::IDataStore* store, core::string::WideString path,
+                       const std::function<void(const tChild&)>& visit);
 };
 
 }  // namespace kestrine::platform::data::structure
