@@ -1,12 +1,15 @@
 #ifndef KPL_CORE_STORAGE_DATASTORE_TEST_SUPPORT_H_
 #define KPL_CORE_STORAGE_DATASTORE_TEST_SUPPORT_H_
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
+#include "core/storage/scratch_postgres_server.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {
@@ -38,6 +41,19 @@ class ScratchLmdbDataStore : private TemporaryDirectory, public LmdbDataStore {
  public:
   ScratchLmdbDataStore() : LmdbDataStore(directory() + "/store") {}
 };
+
+// The process's scratch PostgreSQL server, started at the first call. A server that cannot
+// start throws from every call, so that each test that needs it fails saying why.
+inline ScratchPostgresServer& scratchPostgres() {
+  static ScratchPostgresServer server;
+  return server;
+}
+
+// A store name of the running test's own, for a store in the scratch server's database.
+inline std::string testStoreName() {
+  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+  return std::string(test->test_suite_name()) + "." + test->name();
+}
 
 }  // namespace kestrine::platform::core::storage::datastore
 
