@@ -132,6 +132,13 @@ std::string ScratchPostgresServer::uri(const std::string& store,
          "&user=" + kRole + "&store=" + percentEncoded(store);
 }
 
+void ScratchPostgresServer::exportEnvironment() const {
+  setenv("PGHOST", directory_.c_str(), 1);
+  setenv("PGPORT", std::to_string(port_).c_str(), 1);
+  setenv("PGUSER", kRole, 1);
+  setenv("PGDATABASE", "postgres", 1);
+}
+
 void ScratchPostgresServer::start() {
   run({binaries_ + "/pg_ctl", "-D", directory_ + "/data", "-l", directory_ + "/server.log", "-w",
        "-t", "120", "start"},

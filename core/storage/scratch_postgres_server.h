@@ -29,6 +29,10 @@ class ScratchPostgresServer {
   // The address of the store `store` in the database `database`, its name percent-encoded.
   std::string uri(const std::string& store, const std::string& database = "postgres") const;
 
+  // Points libpq's environment (PGHOST, PGPORT, PGUSER, PGDATABASE) at this server, for the
+  // programs that this process starts: an address may then leave all of that out.
+  void exportEnvironment() const;
+
   // Stops the server, at once (as a crash would) or after a clean shutdown, and starts it
   // again. Throw std::runtime_error.
   void stop(bool immediately);
