@@ -72,7 +72,7 @@ PostgresAddress::PostgresAddress(const std::string& uri) {
     if (parameter.empty()) continue;
     std::string key = parameter.substr(0, parameter.find('='));
     std::string value = key.size() < parameter.size() ? parameter.substr(key.size() + 1) : "";
-    if (key == "password") {
+    if (key == "password" || key == "sslpassword") {
       secrets_.push_back(value);
       kept.push_back(parameter);
       continue;
@@ -83,7 +83,8 @@ PostgresAddress::PostgresAddress(const std::string& uri) {
       continue;
     }
     std::optional<std::string> name = percentDecoded(value);
-    if (named || !name || name->empty())
+    // A zero byte would end the name early on its way to the server, as text.
+    if (named || !name || name->empty() || name->find('\0') != std::string::npos)
       throw Exception(shownBase + ": the store parameter must name one store, percent-encoded");
     store_ = *name;
     named = true;

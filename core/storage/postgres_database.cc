@@ -1,7 +1,5 @@
 #include "core/storage/postgres_database.h"
 
-#include <endian.h>
-
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -209,7 +207,7 @@ void PostgresDatabase::make(const std::string& store) {
   try {
     connection_.pipeline("create the store", statements);
   } catch (...) {
-    rollback();
+    tidy({"ROLLBACK", {}});
     throw;
   }
 }
@@ -247,9 +245,16 @@ SharedState PostgresDatabase::state() {
 SharedState PostgresDatabase::lock() {
   connection_.reconnect();
   freeWindow_.clear();
-  std::vector<PostgresResult> answers = connection_.pipeline(
-      "lock", {{kLock, lockKey()}, {kReadState, PostgresParameters().int4(id_)}});
-  return stateIn(answers[1]);
+  try {
+    std::vector<PostgresResult> answers = connection_.pipeline(
+        "lock", {{kLock, lockKey()}, {kReadState, PostgresParameters().int4(id_)}});
+    return stateIn(answers[1]);
+  } catch (...) {
+    // The lock may have been taken before the read failed; the session would keep it, and
+    // shut every other client out, while this one believes it free.
+    tidy({kUnlock, lockKey()});
+    throw;
+  }
 }
 
 void PostgresDatabase::unlock() {
@@ -313,15 +318,16 @@ unsigned long long PostgresDatabase::commit(const PendingTransaction& transactio
     if (answers[stateAnswer].rows() != 1) damaged("the store's row is gone");
     return static_cast<unsigned long long>(answers[stateAnswer].integer(0, 0));
   } catch (...) {
-    rollback();
+    tidy({"ROLLBACK", {}});
     throw;
   }
 }
 
-// Ends a failed transaction, if the connection still stands; the failure is reported already.
-void PostgresDatabase::rollback() {
+// Runs a statement that tidies up after a failure, if the connection still stands. The
+// failure is on its way to the caller already; the tidying's own adds nothing to it.
+void PostgresDatabase::tidy(const PostgresStatement& statement) {
   try {
-    if (connected()) connection_.attempt("roll back", {"ROLLBACK", {}});
+    if (connected()) connection_.attempt("tidy up", statement);
   } catch (const Exception&) {
   }
 }

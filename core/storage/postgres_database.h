@@ -58,7 +58,7 @@ class PostgresDatabase final : public CommittedStore {
  private:
   int find(const std::string& store);
   void make(const std::string& store);
-  void rollback();
+  void tidy(const PostgresStatement& statement);
   SharedState stateIn(const PostgresResult& answer) const;
   PostgresParameters lockKey() const;
   [[noreturn]] void damaged(const std::string& what) const;

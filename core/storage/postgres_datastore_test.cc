@@ -151,6 +151,7 @@ TEST_F(PostgresDataStoreTest, AddressesNameStoresAndKeepPasswordsOutOfMessages) 
 
   EXPECT_TRUE(contains(message([] { PostgresDataStore("mysql://host/db"); }), "postgresql://"));
   EXPECT_TRUE(contains(message([&] { PostgresDataStore(uri() + "&store=twice"); }), "one store"));
+  EXPECT_TRUE(contains(message([&] { PostgresDataStore(uri() + "%00"); }), "one store"));
   EXPECT_TRUE(contains(message([&] { PostgresDataStore(uri() + "x", false); }), "no such store"));
   TemporaryDirectory nobody;
   for (std::string address : {"postgresql://kpl:s3cr%65t@/db?host=" + nobody.directory(),

@@ -58,8 +58,8 @@ namespace kestrine::platform::core::storage::datastore {
 // store's row counts its commits; whenever this client takes the advisory lock, or reads
 // without holding it, it compares the count with the one its cache belongs to, and drops the
 // cache when another client has committed meanwhile, moving stamp()'s `foreign`. Reads made
-// without the lock and with nothing pending thus cost one round trip each, and see the
-// newest committed state, as with a store file.
+// without the lock and with nothing pending thus cost a round trip each, and see the newest
+// committed state, as with a store file; under the lock, cached records cost none.
 //
 // Failures. A server that is down, refuses, or does not answer a connection within 10
 // seconds (connect_timeout or PGCONNECT_TIMEOUT say otherwise) makes the operation throw
