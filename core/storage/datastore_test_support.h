@@ -5,14 +5,37 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
 #include "core/storage/scratch_postgres_server.h"
+#include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {
+
+// The whole record at `offset`; "" when it holds none.
+inline std::string readAll(IDataStore& store, unsigned offset) {
+  std::string bytes(store.size(offset), '\0');
+  EXPECT_EQ(store.read(offset, bytes.data(), 0xFFFFFFFF), bytes.size());
+  return bytes;
+}
+
+inline unsigned createText(IDataStore& store, const std::string& text) {
+  return store.create(text.data(), static_cast<unsigned>(text.size()));
+}
+
+// What `action` threw as core::Exception, or "(no exception)".
+inline std::string message(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const Exception& error) {
+    return error.what();
+  }
+  return "(no exception)";
+}
 
 // A fresh directory under the system's temporary directory, removed with its contents.
 class TemporaryDirectory {

@@ -26,25 +26,6 @@ namespace {
 
 using Lock = std::unique_ptr<IDataStore::ILock>;
 
-std::string readAll(IDataStore& store, unsigned offset) {
-  std::string bytes(store.size(offset), '\0');
-  store.read(offset, bytes.data(), 0xFFFFFFFF);
-  return bytes;
-}
-
-unsigned createText(IDataStore& store, const std::string& text) {
-  return store.create(text.data(), static_cast<unsigned>(text.size()));
-}
-
-std::string message(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Exception& error) {
-    return error.what();
-  }
-  return "(no exception)";
-}
-
 // Runs the helper program (lmdb_datastore_child.cc) to its end: what it printed, less the
 // final line break, or how it failed.
 std::string runChild(const std::string& arguments) {

@@ -21,25 +21,6 @@ namespace {
 
 using Lock = std::unique_ptr<IDataStore::ILock>;
 
-std::string readAll(IDataStore& store, unsigned offset) {
-  std::string bytes(store.size(offset), '\0');
-  store.read(offset, bytes.data(), 0xFFFFFFFF);
-  return bytes;
-}
-
-unsigned createText(IDataStore& store, const std::string& text) {
-  return store.create(text.data(), static_cast<unsigned>(text.size()));
-}
-
-std::string message(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Exception& error) {
-    return error.what();
-  }
-  return "(no exception)";
-}
-
 bool contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
