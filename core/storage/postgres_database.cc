@@ -73,9 +73,10 @@ constexpr int kMakingLock = 0;
 // Free stack positions read in one round trip.
 constexpr unsigned kFreeBatch = 512;
 
-// Rows a binary COPY gathers before it hands them to libpq.
+// Bytes of rows that a binary COPY gathers before it hands them to libpq.
 constexpr std::size_t kCopyChunk = std::size_t(1) << 20;
 
+// The SQLSTATE of a statement on a table that does not exist.
 const char kUndefinedTable[] = "42P01";
 
 // The PostgreSQL text form of an array of integers: "{1,2,3}".

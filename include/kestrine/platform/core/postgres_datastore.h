@@ -35,8 +35,9 @@ namespace kestrine::platform::core::storage::datastore {
 //   CREATE TABLE kpl_free (store integer NOT NULL, stack_position bigint NOT NULL,
 //     freed_offset bigint NOT NULL, PRIMARY KEY (store, stack_position));
 //
-// kpl_free is the stack of freed offsets, bottom at position 0. The records refer to their
-// store without a foreign key, whose check per row would slow bulk loads.
+// kpl_free is the stack of freed offsets, bottom at position 0. The primary keys are the only
+// indexes: everything is looked up by store and offset or position. The records refer to
+// their store without a foreign key, whose check per row would slow bulk loads.
 //
 // The store lock. lock() takes a PostgreSQL advisory lock of the store (a session lock keyed
 // by the store's id) besides the process's own re-entrant mutex, so it excludes every other
