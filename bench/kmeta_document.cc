@@ -1,21 +1,45 @@
-// Writes a generated document of about MEGABYTES megabytes on standard output, for
-// kmeta_import_bench.sh: one group of parts, each a node with four values.
+// Writes a generated document on standard output, for kmeta_import_bench.sh: of about
+// MEGABYTES megabytes, one group of parts, each a node with four values; or with
+// --siblings, one group of COUNT values side by side.
 //   kmeta_bench_document MEGABYTES
+//   kmeta_bench_document --siblings COUNT
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "tools/kmeta/generated_document.h"
 
+namespace {
+
+std::string siblingsDocument(unsigned count) {
+  std::string xml =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root version=\"1\" name=\"siblings\">"
+      "<group name=\"values\">\n";
+  for (unsigned i = 0; i < count; ++i) {
+    xml += "<int32 name=\"" + kmeta::testing::distinctName(i) + "\">" + std::to_string(i) +
+           "</int32>\n";
+  }
+  return xml + "</group></root>\n";
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  double megabytes = argc == 2 ? std::atof(argv[1]) : 0;
-  if (megabytes <= 0) {
-    std::fprintf(stderr, "usage: kmeta_bench_document MEGABYTES\n");
+  bool siblings = argc == 3 && std::string(argv[1]) == "--siblings";
+  double amount = argc == 2 || siblings ? std::atof(argv[argc - 1]) : 0;
+  if (amount <= 0) {
+    std::fprintf(stderr,
+                 "usage: kmeta_bench_document MEGABYTES\n"
+                 "       kmeta_bench_document --siblings COUNT\n");
     return 2;
   }
-  // Parts of the middle of the range stand for the average length.
-  std::size_t part = kmeta::testing::generationPart(1, 500000).size();
-  unsigned parts = static_cast<unsigned>(megabytes * 1e6 / part);
-  std::string document = kmeta::testing::generationDocument(1, parts);
+  std::string document;
+  if (siblings) {
+    document = siblingsDocument(static_cast<unsigned>(amount));
+  } else {
+    // Parts of the middle of the range stand for the average length.
+    std::size_t part = kmeta::testing::generationPart(1, 500000).size();
+    document = kmeta::testing::generationDocument(1, static_cast<unsigned>(amount * 1e6 / part));
+  }
   return std::fwrite(document.data(), 1, document.size(), stdout) == document.size() ? 0 : 1;
 }

@@ -1,9 +1,12 @@
 // The IDataStore contract, checked the same way against every store implementation.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,11 +14,13 @@
 #include "core/storage/datastore_test_support.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/exception.h"
+#include "kestrine/platform/core/postgres_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {
 namespace {
 
-// The parameter names the implementation: "Memory", or "Lmdb" on a fresh file of its own.
+// The parameter names the implementation: "Memory"; "Lmdb" on a fresh file of its own;
+// "Postgres", a store of its own on the process's scratch server.
 class DataStoreConformance : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
@@ -23,28 +28,25 @@ class DataStoreConformance : public ::testing::TestWithParam<std::string> {
     reopen();
   }
 
-  // Closes a store file and opens it again; a memory store stays as it is.
+  // Closes a persistent store and opens it again; a memory store stays as it is.
   void reopen() {
     if (GetParam() == "Memory") return;
     store_.reset();
-    store_ = std::make_unique<LmdbDataStore>(directory_.directory() + "/store");
+    if (GetParam() == "Lmdb") {
+      store_ = std::make_unique<LmdbDataStore>(directory_.directory() + "/store");
+    } else {
+      store_ = std::make_unique<PostgresDataStore>(scratchPostgres().uri(testStoreName()));
+    }
   }
 
   unsigned records() {
-    if (GetParam() == "Memory") return static_cast<MemoryDataStore&>(*store_).records();
-    return static_cast<LmdbDataStore&>(*store_).records();
+    if (auto* memory = dynamic_cast<MemoryDataStore*>(store_.get())) return memory->records();
+    if (auto* file = dynamic_cast<LmdbDataStore*>(store_.get())) return file->records();
+    return static_cast<PostgresDataStore&>(*store_).records();
   }
 
-  std::string readAll(unsigned offset) {
-    std::string bytes(store_->size(offset), '\0');
-    unsigned copied = store_->read(offset, bytes.data(), 0xFFFFFFFF);
-    EXPECT_EQ(copied, bytes.size());
-    return bytes;
-  }
-
-  unsigned createText(const std::string& text) {
-    return store_->create(text.data(), static_cast<unsigned>(text.size()));
-  }
+  std::string readAll(unsigned offset) { return datastore::readAll(*store_, offset); }
+  unsigned createText(const std::string& text) { return datastore::createText(*store_, text); }
 
   TemporaryDirectory directory_;  // outlives the store in it
   std::unique_ptr<IDataStore> store_;
@@ -85,6 +87,76 @@ TEST_P(DataStoreConformance, ReopeningKeepsRecordsFreeListUsedAndVersion) {
   EXPECT_EQ(store_->size(7), 0u);
   for (unsigned expected : {5u, 7u, 3u, 10u})
     EXPECT_EQ(createText("again"), expected);
+}
+
+// Catches any divergence from MemoryDataStore (offsets, sizes, used(), refusals), also over
+// commits and reopenings in the middle of the sequence.
+TEST_P(DataStoreConformance, GivesTheSameAnswersAsTheMemoryStore) {
+  if (GetParam() == "Memory") GTEST_SKIP() << "the memory store is the reference";
+  MemoryDataStore memory;
+  std::mt19937 random(20240611);
+  auto pick = [&random](unsigned bound) { return static_cast<unsigned>(random() % bound); };
+  auto refused = [](const std::function<void()>& action) {
+    return message(action) != "(no exception)";
+  };
+  std::vector<std::unique_ptr<IDataStore::ILock>> locks;
+  unsigned highest = 0;
+  for (int step = 0; step < 20000; ++step) {
+    SCOPED_TRACE("step " + std::to_string(step));
+    unsigned offset = pick(highest + 3);
+    std::string bytes(pick(300), '\0');
+    for (char& byte : bytes)
+      byte = static_cast<char>(pick(256));
+    const char* data = bytes.data();
+    unsigned size = static_cast<unsigned>(bytes.size()), part = pick(size + 1);
+    bool changed = pick(2) == 0;
+    unsigned action = pick(14);
+    if (action < 3) {
+      if (pick(8) == 0) data = nullptr;
+      unsigned made = memory.create(data, size);
+      ASSERT_EQ(store_->create(data, size), made);
+      highest = std::max(highest, made);
+    } else if (action < 5) {
+      ASSERT_EQ(refused([&] { store_->write(offset, data, size, changed); }),
+                refused([&] { memory.write(offset, data, size, changed); }));
+    } else if (action < 6) {
+      ASSERT_EQ(refused([&] { store_->append(offset, data, part); }),
+                refused([&] { memory.append(offset, data, part); }));
+    } else if (action < 8) {
+      memory.free(offset);
+      store_->free(offset);
+    } else if (action < 9) {
+      unsigned maximum = pick(4) == 0 ? 0xFFFFFFFF : pick(400);
+      std::string a(std::max(400u, memory.size(offset)), 'a'), b = a;
+      ASSERT_EQ(store_->read(offset, b.data(), maximum), memory.read(offset, a.data(), maximum));
+      ASSERT_EQ(a, b);
+    } else if (action < 10) {
+      ASSERT_EQ(store_->size(offset), memory.size(offset));
+      ASSERT_EQ(store_->used(), memory.used());
+      ASSERT_EQ(records(), memory.records());
+    } else if (action < 11) {
+      if (locks.size() < 3 && pick(2) == 0) {
+        locks.emplace_back(store_->lock());
+      } else if (!locks.empty()) {
+        locks.pop_back();
+      }
+    } else if (action < 12) {
+      memory.version(step);
+      store_->version(step);
+    } else if (action < 13) {
+      if (pick(3) == 0) store_->complete();
+      ASSERT_EQ(store_->version(), memory.version());
+    } else if (pick(40) == 0) {
+      locks.clear();
+      reopen();
+    }
+  }
+  locks.clear();
+  reopen();
+  EXPECT_EQ(store_->used(), memory.used());
+  EXPECT_EQ(records(), memory.records());
+  for (unsigned offset = 0; offset <= highest; ++offset)
+    ASSERT_EQ(readAll(offset), datastore::readAll(memory, offset)) << "offset " << offset;
 }
 
 // Catches: a missing or freed record read as something, or written to instead of refused;
@@ -278,7 +350,8 @@ TEST_P(DataStoreConformance, ThreadsWithAndWithoutTheLockKeepTheirRecords) {
   EXPECT_EQ(records(), count);
 }
 
-INSTANTIATE_TEST_SUITE_P(Stores, DataStoreConformance, ::testing::Values("Memory", "Lmdb"),
+INSTANTIATE_TEST_SUITE_P(Stores, DataStoreConformance,
+                         ::testing::Values("Memory", "Lmdb", "Postgres"),
                          [](const ::testing::TestParamInfo<std::string>& info) {
                            return info.param;
                          });

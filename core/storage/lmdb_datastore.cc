@@ -16,21 +16,6 @@
 
 namespace kestrine::platform::core::storage::datastore {
 
-namespace {
-
-// Each offset ever given out costs one slot, as in MemoryDataStore, so that both stores
-// answer used() alike.
-constexpr unsigned long long kSlotBytes = 8;
-
-std::vector<unsigned char> copyOf(const void* data, unsigned size) {
-  const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  std::vector<unsigned char> copy(bytes, bytes + (data != nullptr ? size : 0));
-  copy.resize(size);
-  return copy;
-}
-
-}  // namespace
-
 // Threads. `mutex` guards the pending transaction and the environment (LMDB handles are not
 // for concurrent use); every operation holds it throughout, so each one is atomic towards
 // the others. The store lock handed out by lock() is a separate, re-entrant mutex: it orders
@@ -201,7 +186,7 @@ IDataStore::ILock* LmdbDataStore::lock() {
 }
 
 unsigned LmdbDataStore::create(const void* data, unsigned size) {
-  std::vector<unsigned char> bytes = copyOf(data, size);
+  std::vector<unsigned char> bytes = PendingTransaction::copy(data, size);
   std::unique_lock<std::mutex> guard(impl_->mutex);
   impl_->beginChange(guard);
   Impl::View view(*impl_);
@@ -221,7 +206,7 @@ void LmdbDataStore::append(unsigned offset, const void* data, unsigned size) {
 }
 
 void LmdbDataStore::write(unsigned offset, const void* data, unsigned size, bool) {
-  std::vector<unsigned char> bytes = copyOf(data, size);
+  std::vector<unsigned char> bytes = PendingTransaction::copy(data, size);
   std::unique_lock<std::mutex> guard(impl_->mutex);
   impl_->beginChange(guard);
   Impl::View view(*impl_);
@@ -264,8 +249,7 @@ void LmdbDataStore::free(unsigned offset) {
 unsigned long long LmdbDataStore::used() {
   std::lock_guard<std::mutex> guard(impl_->mutex);
   Impl::View view(*impl_);
-  StoreState state = impl_->state();
-  return state.liveBytes + kSlotBytes * state.nextOffset;
+  return impl_->state().used();
 }
 
 void LmdbDataStore::version(unsigned version) {

@@ -15,7 +15,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -26,25 +25,6 @@ namespace kestrine::platform::core::storage::datastore {
 namespace {
 
 using Lock = std::unique_ptr<IDataStore::ILock>;
-
-std::string readAll(IDataStore& store, unsigned offset) {
-  std::string bytes(store.size(offset), '\0');
-  store.read(offset, bytes.data(), 0xFFFFFFFF);
-  return bytes;
-}
-
-unsigned createText(IDataStore& store, const std::string& text) {
-  return store.create(text.data(), static_cast<unsigned>(text.size()));
-}
-
-std::string message(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Exception& error) {
-    return error.what();
-  }
-  return "(no exception)";
-}
 
 // Runs the helper program (lmdb_datastore_child.cc) to its end: what it printed, less the
 // final line break, or how it failed.
@@ -72,78 +52,6 @@ class LmdbDataStoreTest : public ::testing::Test {
   TemporaryDirectory directory_;
   std::string path_ = directory_.directory() + "/store";
 };
-
-// Catches any divergence from MemoryDataStore (offsets, sizes, used(), refusals), also over
-// commits and reopenings in the middle of the sequence.
-TEST_F(LmdbDataStoreTest, GivesTheSameAnswersAsTheMemoryStore) {
-  MemoryDataStore memory;
-  auto lmdb = std::make_unique<LmdbDataStore>(path());
-  std::mt19937 random(20240611);
-  auto pick = [&random](unsigned bound) { return static_cast<unsigned>(random() % bound); };
-  auto refused = [](const std::function<void()>& action) {
-    return message(action) != "(no exception)";
-  };
-  std::vector<Lock> locks;
-  unsigned highest = 0;
-  for (int step = 0; step < 20000; ++step) {
-    SCOPED_TRACE("step " + std::to_string(step));
-    unsigned offset = pick(highest + 3);
-    std::string bytes(pick(300), '\0');
-    for (char& byte : bytes)
-      byte = static_cast<char>(pick(256));
-    const char* data = bytes.data();
-    unsigned size = static_cast<unsigned>(bytes.size()), part = pick(size + 1);
-    bool changed = pick(2) == 0;
-    unsigned action = pick(14);
-    if (action < 3) {
-      if (pick(8) == 0) data = nullptr;
-      unsigned made = memory.create(data, size);
-      ASSERT_EQ(lmdb->create(data, size), made);
-      highest = std::max(highest, made);
-    } else if (action < 5) {
-      ASSERT_EQ(refused([&] { lmdb->write(offset, data, size, changed); }),
-                refused([&] { memory.write(offset, data, size, changed); }));
-    } else if (action < 6) {
-      ASSERT_EQ(refused([&] { lmdb->append(offset, data, part); }),
-                refused([&] { memory.append(offset, data, part); }));
-    } else if (action < 8) {
-      memory.free(offset);
-      lmdb->free(offset);
-    } else if (action < 9) {
-      unsigned maximum = pick(4) == 0 ? 0xFFFFFFFF : pick(400);
-      std::string a(std::max(400u, memory.size(offset)), 'a'), b = a;
-      ASSERT_EQ(lmdb->read(offset, b.data(), maximum), memory.read(offset, a.data(), maximum));
-      ASSERT_EQ(a, b);
-    } else if (action < 10) {
-      ASSERT_EQ(lmdb->size(offset), memory.size(offset));
-      ASSERT_EQ(lmdb->used(), memory.used());
-      ASSERT_EQ(lmdb->records(), memory.records());
-    } else if (action < 11) {
-      if (locks.size() < 3 && pick(2) == 0) {
-        locks.emplace_back(lmdb->lock());
-      } else if (!locks.empty()) {
-        locks.pop_back();
-      }
-    } else if (action < 12) {
-      memory.version(step);
-      lmdb->version(step);
-    } else if (action < 13) {
-      if (pick(3) == 0) lmdb->complete();
-      ASSERT_EQ(lmdb->version(), memory.version());
-    } else if (pick(40) == 0) {
-      locks.clear();
-      lmdb.reset();
-      lmdb = std::make_unique<LmdbDataStore>(path());
-    }
-  }
-  locks.clear();
-  lmdb.reset();
-  LmdbDataStore reopened(path());
-  EXPECT_EQ(reopened.used(), memory.used());
-  EXPECT_EQ(reopened.records(), memory.records());
-  for (unsigned offset = 0; offset <= highest; ++offset)
-    ASSERT_EQ(readAll(reopened, offset), readAll(memory, offset)) << "offset " << offset;
-}
 
 // Catches: commits at the wrong moment, which would let another process see half of an
 // operation (inner lock released) or miss finished work (outer lock, complete, flush, close).
@@ -176,8 +84,6 @@ TEST_F(LmdbDataStoreTest, ChangesReachOtherProcessesOnlyAtCommitPoints) {
   EXPECT_EQ(summaryOf(path()), "2 31 1") << "closing";
 }
 
-// Catches: a map too small for a transaction losing the transaction, a process failing on a
-// file that another process has grown beyond its map, and a file larger than the map asked
 // Catches: another process's commit that leaves the stamp's foreign part as it was, so that a
 // cache over the records would outlive the records it describes; and this process's own
 // commits counted as foreign, so that every commit would throw such caches away.
@@ -197,6 +103,8 @@ TEST_F(LmdbDataStoreTest, StampMovesForCommitsOfOtherProcesses) {
   EXPECT_EQ(before.own, after.own);
 }
 
+// Catches: a map too small for a transaction losing the transaction, a process failing on a
+// file that another process has grown beyond its map, and a file larger than the map asked
 // for opened at the smaller size.
 TEST_F(LmdbDataStoreTest, MapGrowsWhileATransactionIsPending) {
   const std::size_t tiny = 64 << 10;

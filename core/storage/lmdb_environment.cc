@@ -87,8 +87,9 @@ void LmdbWriter::putFree(unsigned position, unsigned offset) {
   put(txn_, freeStack_, value(&position, sizeof position), value(&offset, sizeof offset));
 }
 
-void LmdbWriter::deleteFree(unsigned position) {
-  erase(txn_, freeStack_, value(&position, sizeof position));
+void LmdbWriter::dropFree(unsigned first, unsigned end) {
+  for (unsigned position = first; position < end; ++position)
+    erase(txn_, freeStack_, value(&position, sizeof position));
 }
 
 void LmdbWriter::putState(const StoreState& state) {
@@ -261,7 +262,7 @@ std::optional<RecordBytes> LmdbEnvironment::record(unsigned offset) const {
   return RecordBytes{static_cast<const unsigned char*>(data.mv_data), data.mv_size};
 }
 
-unsigned LmdbEnvironment::freeOffset(unsigned position) const {
+unsigned LmdbEnvironment::freeOffset(unsigned position) {
   MDB_val key = value(&position, sizeof position), data;
   int rc = mdb_get(view_, freeStack_, &key, &data);
   if (rc == MDB_NOTFOUND || (rc == MDB_SUCCESS && data.mv_size != sizeof(unsigned))) {

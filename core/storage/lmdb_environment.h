@@ -9,33 +9,18 @@
 #include <string>
 #include <utility>
 
+#include "core/storage/store_state.h"
+
 namespace kestrine::platform::core::storage::datastore {
 
-// The allocator and accounting state of a store. It is one value in the file, written by
-// the same LMDB transaction as the records it describes, so it can never disagree with them.
-struct StoreState {
-  unsigned nextOffset = 0;   // offsets ever given out are 0 .. nextOffset - 1
-  unsigned freeCount = 0;    // depth of the stack of freed offsets
-  unsigned liveRecords = 0;  // records that exist
-  unsigned version = 0;      // the format version of the data, set by the client
-  unsigned long long liveBytes = 0;
-};
-
-// Bytes of one record. Pointing into LMDB's map (or into a pending change), they stay valid
-// only until the next change, commit or view close.
-struct RecordBytes {
-  const unsigned char* data;
-  std::size_t size;
-};
-
 // The puts and deletes of one commit, inside an LMDB write transaction.
-class LmdbWriter {
+class LmdbWriter final : public CommitWriter {
  public:
-  void putRecord(unsigned offset, const RecordBytes& bytes);
-  void deleteRecord(unsigned offset);
-  void putFree(unsigned position, unsigned offset);
-  void deleteFree(unsigned position);
-  void putState(const StoreState& state);
+  void putRecord(unsigned offset, const RecordBytes& bytes) override;
+  void deleteRecord(unsigned offset) override;
+  void dropFree(unsigned first, unsigned end) override;
+  void putFree(unsigned position, unsigned offset) override;
+  void putState(const StoreState& state) override;
 
  private:
   friend class LmdbEnvironment;
@@ -55,7 +40,7 @@ class LmdbWriter {
 // Reading goes through one read-only transaction, the view, which is reset and renewed
 // rather than recreated. It is made with MDB_NOTLS, so that it belongs to no thread and
 // whichever thread holds the owner's mutex may use it.
-class LmdbEnvironment {
+class LmdbEnvironment final : public CommittedStore {
  public:
   // Opens or creates the store file. Throws core::Exception on any fault (see
   // LmdbDataStore's constructor); nothing stays open then.
@@ -65,6 +50,7 @@ class LmdbEnvironment {
   LmdbEnvironment& operator=(const LmdbEnvironment&) = delete;
 
   const std::string& path() const { return path_; }
+  const std::string& name() const override { return path_; }
 
   // Opens the view on the newest committed state if it is closed.
   void openView();
@@ -76,7 +62,7 @@ class LmdbEnvironment {
 
   // Reads of the open view. The record is absent when the offset holds none.
   std::optional<RecordBytes> record(unsigned offset) const;
-  unsigned freeOffset(unsigned position) const;
+  unsigned freeOffset(unsigned position) override;
   StoreState state() const;
 
   // Runs `apply` in one write transaction and commits it. When the map is full, closes the

@@ -8,9 +8,16 @@
 
 namespace kestrine::platform::core::storage::datastore {
 
+std::vector<unsigned char> PendingTransaction::copy(const void* data, unsigned size) {
+  const unsigned char* bytes = static_cast<const unsigned char*>(data);
+  std::vector<unsigned char> copy(bytes, bytes + (data != nullptr ? size : 0));
+  copy.resize(size);
+  return copy;
+}
+
 void PendingTransaction::start(const StoreState& base) {
   // Swapped with empty ones, not cleared, so that a large import gives its memory back.
-  std::unordered_map<unsigned, Change>().swap(changes_);
+  Changes().swap(changes_);
   std::vector<unsigned>().swap(freed_);
   base_ = base;
   state_ = base;
@@ -26,8 +33,7 @@ const PendingTransaction::Change* PendingTransaction::find(unsigned offset) cons
   return found == changes_.end() ? nullptr : &found->second;
 }
 
-unsigned PendingTransaction::create(std::vector<unsigned char> bytes,
-                                    const LmdbEnvironment& committed) {
+unsigned PendingTransaction::create(std::vector<unsigned char> bytes, CommittedStore& committed) {
   unsigned offset;
   if (!freed_.empty()) {
     offset = freed_.back();
@@ -37,7 +43,7 @@ unsigned PendingTransaction::create(std::vector<unsigned char> bytes,
     --committedFree_;
   } else {
     if (state_.nextOffset == IDataStore::BADOFF) {
-      throw Exception(committed.path() + ": create: no offsets left");
+      throw Exception(committed.name() + ": create: no offsets left");
     }
     offset = state_.nextOffset++;
   }
@@ -73,7 +79,7 @@ void PendingTransaction::remove(unsigned offset, const RecordBytes& current) {
   state_.freeCount = committedFree_ + static_cast<unsigned>(freed_.size());
 }
 
-void PendingTransaction::apply(LmdbWriter& writer) const {
+void PendingTransaction::apply(CommitWriter& writer) const {
   std::vector<unsigned> offsets;
   offsets.reserve(changes_.size());
   for (const auto& entry : changes_)
@@ -87,13 +93,24 @@ void PendingTransaction::apply(LmdbWriter& writer) const {
       writer.deleteRecord(offset);
     }
   }
-  for (unsigned position = committedFree_; position < base_.freeCount; ++position) {
-    writer.deleteFree(position);
-  }
+  if (committedFree_ < base_.freeCount) writer.dropFree(committedFree_, base_.freeCount);
   for (std::size_t i = 0; i < freed_.size(); ++i) {
     writer.putFree(committedFree_ + static_cast<unsigned>(i), freed_[i]);
   }
   writer.putState(state_);
+}
+
+std::vector<unsigned> PendingTransaction::touchedCommittedOffsets() const {
+  std::vector<unsigned> offsets;
+  for (const auto& entry : changes_)
+    if (entry.first < base_.nextOffset) offsets.push_back(entry.first);
+  return offsets;
+}
+
+PendingTransaction::Changes PendingTransaction::takeChanges() {
+  Changes taken;
+  taken.swap(changes_);
+  return taken;
 }
 
 }  // namespace kestrine::platform::core::storage::datastore

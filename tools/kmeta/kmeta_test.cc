@@ -10,6 +10,7 @@
 #include "core/storage/datastore_test_support.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 #include "kestrine/platform/data/structure/container.h"
+#include "tools/kmeta/import_test_support.h"
 #include "tools/kmeta/kmeta_process.h"
 #include "tools/kmeta/options.h"
 
@@ -37,8 +38,6 @@ TEST(KmetaOptions, TakesOptionsAndOperandsInAnyOrder) {
   EXPECT_EQ(rest.store, ":memory:");
   EXPECT_TRUE(parse({"--help"}).help);
 }
-
-using kestrine::platform::core::storage::datastore::TemporaryDirectory;
 
 const char kDocument[] =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -90,6 +89,12 @@ class KmetaTest : public ::testing::Test {
   TemporaryDirectory directory_;
 };
 
+// Runs a test on each kind of persistent store.
+class KmetaStoreTest : public KmetaTest, public ::testing::WithParamInterface<std::string> {
+ protected:
+  std::string store() const { return storeArgument(GetParam(), scratch()); }
+};
+
 // Expects a failure of status 1 told in one line on standard error, starting with `start`.
 void expectFailure(const Outcome& run, const std::string& start) {
   EXPECT_EQ(run.status, 1);
@@ -116,15 +121,17 @@ TEST_F(KmetaTest, RefusesCommandLinesItDoesNotUnderstand) {
   expectFailure(kmeta({"validate", "a", "uri"}), "validate needs --schemas");
 }
 
-// Catches: unreadable or malformed input, or a store without a tree (missing, or not a store
-// file), crashing, passing as success, or leaving a store file behind; and a malformed
-// document's well-formed beginning reaching the store.
+// Catches: unreadable or malformed input, a store without a tree (missing, or not a store
+// file) or a database server that is not there, crashing, passing as success, or leaving a
+// store file behind; and a malformed document's well-formed beginning reaching the store.
 TEST_F(KmetaTest, RefusesUnreadableAndMalformedInputWithoutTouchingTheStore) {
   expectFailure(kmeta({"export"}), "the store holds no tree");
   std::string missing = scratch() + "/missing";
   expectFailure(kmeta({"export", "--store", missing}), missing + ": no such store file");
   EXPECT_FALSE(std::filesystem::exists(missing));
   expectFailure(kmeta({"ls", "--store", file("junk", "not a store")}), "");
+  std::string noServer = "postgresql:///db?host=" + scratch() + "&store=s";
+  expectFailure(kmeta({"ls", "--store", noServer}), noServer + ": connect: ");
   expectFailure(kmeta({"roundtrip", scratch() + "/missing.xml"}),
                 scratch() + "/missing.xml: cannot open: No such file or directory");
   expectFailure(kmeta({"roundtrip", scratch()}), scratch() + ": is a directory");
@@ -166,7 +173,7 @@ TEST_F(KmetaTest, ReportsProblemsInTheContentOneALineAndSucceeds) {
 // values printed otherwise than an export writes them, and a path that names nothing, or
 // the wrong kind of thing, answered with something; and a second import making a second
 // root, renaming the first, or silently dropping a subtree whose top-level name is taken.
-TEST_F(KmetaTest, ImportedDocumentsAreListedAndExportedByOtherProcesses) {
+TEST_P(KmetaStoreTest, ImportedDocumentsAreListedAndExportedByOtherProcesses) {
   std::string document = file("doc.xml", kDocument);
   Outcome roundtrip = kmeta({"roundtrip", document});
   EXPECT_EQ(roundtrip.status, 0);
@@ -240,7 +247,7 @@ TEST_F(KmetaTest, ImportedDocumentsAreListedAndExportedByOtherProcesses) {
 
 // Catches: classes and struct types not resolved through the schema documents, and
 // validation answering the wrong status.
-TEST_F(KmetaTest, SchemaDocumentsServeParsingExportAndValidation) {
+TEST_P(KmetaStoreTest, SchemaDocumentsServeParsingExportAndValidation) {
   std::string schemas = file("schemas.xml", kSchemas);
   std::string typed = file("typed.xml", kTyped);
   Outcome import = kmeta({"import", "--store", store(), "--schemas", schemas, typed});
@@ -271,6 +278,9 @@ TEST_F(KmetaTest, SchemaDocumentsServeParsingExportAndValidation) {
   expectFailure(kmeta({"validate", "--store", store(), "--schemas", schemas, "n.s", "flange"}),
                 "no container or table at 'n.s'");
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, KmetaStoreTest, ::testing::Values("File", "Postgres"),
+                         storeKindName);
 
 // Catches: a process answering from the indexes it built before another process changed the
 // store file: a container imported elsewhere not found or made a second time, also when the

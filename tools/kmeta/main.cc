@@ -1,4 +1,4 @@
-// kmeta: reads and writes metadata trees as XML, in memory or in a store file.
+// kmeta: reads and writes metadata trees as XML, in memory, in a store file or in a database.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -13,7 +13,8 @@ namespace {
 const char kUsage[] =
     "usage: kmeta COMMAND [OPTIONS] [ARGUMENTS]\n"
     "\n"
-    "Reads and writes metadata trees as XML documents, in memory or in a store file.\n"
+    "Reads and writes metadata trees as XML documents, in memory, in a store file or in a\n"
+    "PostgreSQL database.\n"
     "\n"
     "commands:\n"
     "  roundtrip [--schemas S]... DOC\n"
@@ -24,7 +25,7 @@ const char kUsage[] =
     "      store that holds one, the document's root element stands for the existing root,\n"
     "      which keeps its name, and the document's containers and tables are added to it;\n"
     "      their names must not be taken at the top level yet. The store is changed only\n"
-    "      when the whole document was read; a file store commits the import at once.\n"
+    "      when the whole document was read; a persistent store commits the import at once.\n"
     "      --stats prints \"records N used B peak-kb K\" afterwards: the store's live\n"
     "      records and bytes used, and the process's peak memory.\n"
     "  export [--store S] [--schemas S]... [--path P]\n"
@@ -42,7 +43,9 @@ const char kUsage[] =
     "      Check the container or table at P against the schema URI.\n"
     "\n"
     "options:\n"
-    "  --store S    a store file (import creates it), or :memory: (the default)\n"
+    "  --store S    a store file (import creates it), :memory: (the default), or a store in\n"
+    "               a PostgreSQL database (import creates it), addressed by a libpq URI\n"
+    "               with the store's name: postgresql://[user@]host[:port]/db?store=NAME\n"
     "  --schemas S  a schema document, parsed into a store of its own; classes and struct\n"
     "               types resolve against all of them. Repeatable.\n"
     "  --path P     names joined by \".\" from below the root, as in catalogue.pumps.p100\n"
@@ -59,10 +62,10 @@ const char kUsage[] =
 int fail(kmeta::Session& session, const char* message) {
   std::fprintf(stderr, "kmeta: %s\n", message);
   if (session.persistent()) {
-    // A store file commits what is pending when its lock is released or the store is
-    // closed. A command that failed must leave the file as it was, so the process ends
-    // without either; LMDB never saw the pending transaction, and the kernel releases the
-    // file locks.
+    // A persistent store commits what is pending when its lock is released or the store is
+    // closed. A command that failed must leave the store as it was, so the process ends
+    // without either; LMDB never saw the pending transaction, the kernel releases the file
+    // locks, and the server, seeing the connection end, drops the session's lock.
     std::fflush(stderr);
     std::_Exit(1);
   }

@@ -12,6 +12,15 @@ namespace kmeta {
 namespace core = kestrine::platform::core;
 using core::storage::datastore::LmdbDataStore;
 using core::storage::datastore::MemoryDataStore;
+using core::storage::datastore::PostgresDataStore;
+
+namespace {
+
+bool isDatabaseAddress(const std::string& store) {
+  return store.rfind("postgresql://", 0) == 0 || store.rfind("postgres://", 0) == 0;
+}
+
+}  // namespace
 
 void StderrReporter::report(core::string::WideString message) {
   std::string line = core::string::StringAlgorithm::UTF8Encode(message);
@@ -33,6 +42,10 @@ void Session::open(const std::string& store, const std::vector<std::string>& sch
   }
   if (store == ":memory:") {
     store_ = std::make_unique<MemoryDataStore>();
+  } else if (isDatabaseAddress(store)) {
+    auto database = std::make_unique<PostgresDataStore>(store, create);
+    database_ = database.get();
+    store_ = std::move(database);
   } else {
     // Opening a store file creates it; only import means to.
     std::error_code ignored;
@@ -53,11 +66,13 @@ kestrine::platform::data::metadata::ISchemaLocator* Session::locator() const {
 
 unsigned Session::records() const {
   if (file_ != nullptr) return file_->records();
+  if (database_ != nullptr) return database_->records();
   return static_cast<MemoryDataStore*>(store_.get())->records();
 }
 
 void Session::commit() {
   if (file_ != nullptr) file_->flush();
+  if (database_ != nullptr) database_->flush();
   lock_.reset();
 }
 

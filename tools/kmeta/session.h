@@ -8,6 +8,7 @@
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 #include "kestrine/platform/core/memory.h"
+#include "kestrine/platform/core/postgres_datastore.h"
 #include "kestrine/platform/data/format/xml.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
@@ -26,7 +27,8 @@ class StderrReporter : public kestrine::platform::data::format::xml::IXMLFrontEn
 //
 // A command is one transaction. The store's lock is held from open() to commit() or
 // destruction, and the first thing done under it is a change: a file store then bases the
-// transaction on its newest committed state before anything is read. That matters because
+// transaction on its newest committed state before anything is read (a database store
+// does so when its lock is taken). That matters because
 // even reading writes, logic objects keep reference counts in their records, and a
 // transaction begun after a read could write back a record from an older state.
 class Session {
@@ -36,9 +38,10 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Parses the schema documents, then opens `store`: ":memory:" for a fresh memory store,
-  // else a store file, which must exist unless `create`. Throws Failure, or core::Exception
-  // from the store, naming what could not be opened or read.
+  // Parses the schema documents, then opens `store`: ":memory:" for a fresh memory store, a
+  // postgresql:// or postgres:// address for a database store, else a store file; a
+  // persistent store must exist unless `create`. Throws Failure, or core::Exception from the
+  // store, naming what could not be opened or read.
   void open(const std::string& store, const std::vector<std::string>& schemas, bool create);
 
   // The store; null before open().
@@ -46,14 +49,14 @@ class Session {
   // The locator over the schema documents; null when none was given.
   kestrine::platform::data::metadata::ISchemaLocator* locator() const;
   StderrReporter* reporter() { return &reporter_; }
-  // True for a store file.
-  bool persistent() const { return file_ != nullptr; }
+  // True for a store file or a database store.
+  bool persistent() const { return file_ != nullptr || database_ != nullptr; }
 
   // Live records and bytes used (see IDataStore::used) of the store.
   unsigned records() const;
 
-  // Commits what the command did and releases the lock; throws core::Exception when the
-  // file store cannot commit (its file then stays as it was).
+  // Commits what the command did and releases the lock; throws core::Exception when a
+  // persistent store cannot commit (it then stays as it was).
   void commit();
 
  private:
@@ -64,6 +67,7 @@ class Session {
   StderrReporter reporter_;
   std::unique_ptr<IDataStore> store_;
   kestrine::platform::core::storage::datastore::LmdbDataStore* file_ = nullptr;
+  kestrine::platform::core::storage::datastore::PostgresDataStore* database_ = nullptr;
   std::unique_ptr<IDataStore::ILock> lock_;
 };
 

@@ -10,6 +10,7 @@
 #include "kestrine/platform/core/io.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 #include "kestrine/platform/core/memory.h"
+#include "kestrine/platform/core/postgres_datastore.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/core/thread.h"
 #include "kestrine/platform/core/uuid.h"
