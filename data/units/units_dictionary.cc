@@ -31,4 +31,17 @@ const char* UnitsDictionary::group(units::tUnitGroup group) const {
   return found == groups_.end() ? nullptr : found->second;
 }
 
+const UnitsDictionary& unitsDictionary() {
+  static const UnitsDictionary dictionary;
+  return dictionary;
+}
+
+const char* units::unitName(tUnit unit) {
+  return unitsDictionary().unit(unit);
+}
+
+units::tUnit units::unitNamed(const char* name) {
+  return unitsDictionary().unit(name);
+}
+
 }  // namespace kestrine::platform::data

@@ -46,6 +46,9 @@ class UnitsDictionary {
   std::map<units::tUnitGroup, const char*, tValueLess> groups_;
 };
 
+// The process's one dictionary, built at its first use and shared read-only by every thread.
+const UnitsDictionary& unitsDictionary();
+
 }  // namespace kestrine::platform::data
 
 #endif  // KPL_DATA_UNITS_UNITS_DICTIONARY_H_

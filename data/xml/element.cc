@@ -12,7 +12,7 @@ namespace kestrine::platform::data::XML {
 
 using core::string::StringAlgorithm;
 
-const UnitsDictionary Element::_oUnits;
+const UnitsDictionary& Element::_oUnits = unitsDictionary();
 
 namespace {
 

@@ -86,7 +86,7 @@ class Element {
   static bool scan(metadata::tValue type, const char* text, char* value);
 
   // Unit names and numbers, shared read-only by every handler of the process.
-  static const UnitsDictionary _oUnits;
+  static const UnitsDictionary& _oUnits;
 
  protected:
   // How a parent takes a child of one record kind.

@@ -15,11 +15,10 @@ namespace kestrine::platform::data::XML {
 using core::string::StringAlgorithm;
 
 XMLParsingLogic::XMLParsingLogic(IDataStore* store, Metadata::Item* target,
-                                 metadata::IURIResolver* resolver,
                                  metadata::ISchemaLocator* locator,
-                                 format::xml::IXMLFrontEnd::IErrorReporter* reporter)
+                                 format::xml::IXMLFrontEnd::IErrorReporter* reporter,
+                                 const ParsingOptions& options)
     : store_(store),
-      resolver_(resolver),
       reporter_(reporter),
       locator_(locator),
       target_(target),
@@ -31,7 +30,7 @@ XMLParsingLogic::XMLParsingLogic(IDataStore* store, Metadata::Item* target,
   lowered_[0] = '\0';
   registry_.set_empty_key("$$$$$_____empty_key");
   registry_.set_deleted_key("$$$$$_____deleted_key");
-  add(new XMLRoot(store, resolver, locator));
+  add(new XMLRoot(store, options.exclusiveRoot));
   add(new XMLTable(store, locator));
   // One primitive handler per value type; only structs resolve schemas.
   for (const Values::tValueTraits* type = Values::begin(); type != Values::end(); ++type)

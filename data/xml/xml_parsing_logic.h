@@ -26,15 +26,22 @@ namespace kestrine::platform::data::XML {
 //
 // One driver parses one document on one thread. Several drivers may parse at once on
 // different threads into different stores: all their scratch space is their own.
+// What a parse does beyond the described one.
+struct ParsingOptions {
+  // The root refuses, by throwing XMLRoot::NameTaken, a child whose name it holds.
+  bool exclusiveRoot = false;
+};
+
 class XMLParsingLogic : public core::xml::XMLCallback {
  public:
+
   // Registers the handlers of every element. With `target` (an item of the store, not
   // owned), the document's outermost element stands for it and its children are nested
-  // into it; without, the outermost element creates its own item (a new root). The
-  // resolver, locator and reporter may be null and are not owned.
-  XMLParsingLogic(IDataStore* store, Metadata::Item* target, metadata::IURIResolver* resolver,
-                  metadata::ISchemaLocator* locator,
-                  format::xml::IXMLFrontEnd::IErrorReporter* reporter);
+  // into it; without, the outermost element creates its own item (a new root). The locator
+  // and reporter may be null and are not owned.
+  XMLParsingLogic(IDataStore* store, Metadata::Item* target, metadata::ISchemaLocator* locator,
+                  format::xml::IXMLFrontEnd::IErrorReporter* reporter,
+                  const ParsingOptions& options = ParsingOptions());
   // Deletes the handlers and the items still open (an unterminated document leaves some).
   // Store failures at this point are dropped.
   ~XMLParsingLogic() override;
@@ -68,7 +75,6 @@ class XMLParsingLogic : public core::xml::XMLCallback {
   void start(const char* name, Element* handler, Metadata::Item* item);
 
   IDataStore* store_;
-  [[maybe_unused]] metadata::IURIResolver* resolver_;
   format::xml::IXMLFrontEnd::IErrorReporter* reporter_;
   metadata::ISchemaLocator* locator_;
   Metadata::Item* target_;

@@ -50,7 +50,7 @@ void XMLRenderingLogic::start(unsigned offset, std::deque<tOpen>& open) {
         break;
       }
       case Record::kRoot:
-        written = XMLRoot(store_, nullptr, nullptr).serialize(item, writer_);
+        written = XMLRoot(store_).serialize(item, writer_);
         break;
       case Record::kTable:
         written = XMLTable(store_, nullptr).serialize(item, writer_);

@@ -7,9 +7,7 @@ namespace kestrine::platform::data::XML {
 
 using core::string::StringAlgorithm;
 
-XMLRoot::XMLRoot(IDataStore* store, metadata::IURIResolver* resolver,
-                 metadata::ISchemaLocator* locator)
-    : Element(store), resolver_(resolver), locator_(locator) {}
+XMLRoot::XMLRoot(IDataStore* store, bool exclusive) : Element(store), exclusive_(exclusive) {}
 
 const char* XMLRoot::name() const {
   return "root";
@@ -35,6 +33,10 @@ Metadata::Item* XMLRoot::open(const char** attributes) {
 }
 
 Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {
+  auto* root = dynamic_cast<Metadata::Set*>(parent);
+  if (exclusive_ && root != nullptr && child != nullptr &&
+      root->find(child->tag()) != IDataStore::BADOFF)
+    throw NameTaken{child->tag()};
   return adopt(parent, child, kAdd, kAdd, kRefuse);
 }
 

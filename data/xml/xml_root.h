@@ -10,8 +10,15 @@ namespace kestrine::platform::data::XML {
 // "name".
 class XMLRoot : public Element {
  public:
-  // The resolver and locator are kept for the document's sake; none is consulted here.
-  XMLRoot(IDataStore* store, metadata::IURIResolver* resolver, metadata::ISchemaLocator* locator);
+  // What nest() throws, when the root is exclusive, for a child whose name the root's set
+  // holds already.
+  struct NameTaken {
+    WideString name;
+  };
+
+  // An exclusive root refuses, by throwing NameTaken, a child whose name its set holds: an
+  // import that adds to a tree keeps all of a document or nothing.
+  explicit XMLRoot(IDataStore* store, bool exclusive = false);
 
   const char* name() const override;
   const wchar_t* wname() const override;
@@ -20,14 +27,13 @@ class XMLRoot : public Element {
   // 32-bit number (0 when unreadable) and stored as the store's format version.
   Metadata::Item* open(const char** attributes) override;
   // Containers and tables are added to the root's set (the child is taken even when the
-  // set refuses its name); primitives and roots are refused.
+  // set refuses its name, unless the root is exclusive); primitives and roots are refused.
   Metadata::Item* nest(Metadata::Item* parent, Metadata::Item* child) override;
   // <root version=".." name="..">, then the localized names.
   bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
 
  private:
-  [[maybe_unused]] metadata::IURIResolver* resolver_;
-  [[maybe_unused]] metadata::ISchemaLocator* locator_;
+  bool exclusive_;
 };
 
 }  // namespace kestrine::platform::data::XML

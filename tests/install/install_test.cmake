@@ -1,9 +1,12 @@
-# Installs the build tree into a scratch prefix, then builds and runs a client against it
-# twice: through the CMake package and through pkg-config. Run with cmake -P and
+# Installs the build tree into a scratch prefix, then builds and runs clients against it: a
+# small one through the CMake package and through pkg-config, and kmeta, configured out of
+# tree from its sources with nothing but the package. Run with cmake -P and
 #   BUILD_DIR   the build tree to install        WORK_DIR  scratch directory (emptied first)
 #   CLIENT_DIR  the client project               LIBDIR    the install's library directory
+#   KMETA_DIR   kmeta's sources                  KMETA     the tree's own kmeta
+#   EXAMPLE     a document both kmeta write back
 #   CXX         the compiler                     BUILD_TYPE
-#   CXX_FLAGS, LINK_FLAGS  the tree's own options (sanitizers included), for the client too
+#   CXX_FLAGS, LINK_FLAGS  the tree's own options (sanitizers included), for the clients too
 cmake_minimum_required(VERSION 3.18)
 
 function(run)
@@ -25,6 +28,19 @@ run(${CMAKE_COMMAND} -S ${CLIENT_DIR} -B ${WORK_DIR}/client
     "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINK_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/client)
 run(${WORK_DIR}/client/kpl_client)
+
+# kmeta, the library's first client, from the package alone.
+run(${CMAKE_COMMAND} -S ${KMETA_DIR} -B ${WORK_DIR}/kmeta
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=${BUILD_TYPE}
+    "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINK_FLAGS}")
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/kmeta)
+execute_process(COMMAND ${WORK_DIR}/kmeta/kmeta roundtrip ${EXAMPLE} RESULT_VARIABLE result
+                OUTPUT_VARIABLE written ERROR_VARIABLE error)
+execute_process(COMMAND ${KMETA} roundtrip ${EXAMPLE} OUTPUT_VARIABLE expected)
+if(NOT result EQUAL 0 OR NOT written STREQUAL expected)
+  message(FATAL_ERROR "kmeta built from the package wrote ${EXAMPLE} otherwise (${result}): "
+                      "${error}")
+endif()
 
 # pkg-config, with nothing but the prefix's pkgconfig directory to go on.
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)

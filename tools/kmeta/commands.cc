@@ -1,28 +1,21 @@
-#include "tools/kmeta/commands.h"
+#include "commands.h"
 
 #include <sys/resource.h>
 
 #include <cstdio>
 #include <string>
 
-#include "data/api/conformance.h"
-#include "data/record/base.h"
-#include "data/tree/container.h"
-#include "data/tree/table.h"
-#include "kestrine/platform/core/io.h"
-#include "kestrine/platform/core/string.h"
-#include "kestrine/platform/data/format/xml.h"
-#include "tools/kmeta/document.h"
-#include "tools/kmeta/failure.h"
-#include "tools/kmeta/listing.h"
-#include "tools/kmeta/tree_path.h"
-#include "tools/kmeta/value_text.h"
+#include "document.h"
+#include "failure.h"
+#include "listing.h"
+#include "tree_path.h"
 
 namespace kmeta {
 
 namespace core = kestrine::platform::core;
 namespace data = kestrine::platform::data;
-using data::Record::tType;
+using data::format::xml::IXMLFrontEnd;
+using data::structure::IContainerFrontEnd;
 
 namespace {
 
@@ -34,38 +27,22 @@ void print(const std::string& text) {
   out.close();
 }
 
-void serialize(Session& session, unsigned offset) {
+void serialize(Session& session, const std::string& path) {
   core::io::FileWriter out("-");
-  data::format::xml::IXMLFrontEnd::serialize(session.store(), &out, session.locator(), offset);
-}
-
-// The record at `path`, which must be of one of the kinds `a` and `b` (named by `what` in
-// the refusal).
-unsigned resolve(Session& session, const std::string& path, tType a, tType b, const char* what) {
-  unsigned offset = resolvePath(session.store(), path);
-  tType kind = data::Record::peek(session.store(), offset);
-  if (kind != a && kind != b) throw Failure(std::string("no ") + what + " at '" + path + "'");
-  return offset;
-}
-
-unsigned resolveSet(Session& session, const std::string& path) {
-  if (path.empty()) return resolvePath(session.store(), path);
-  return resolve(session, path, data::Record::kContainer, data::Record::kTable,
-                 "container or table");
+  IXMLFrontEnd::serialize(session.store(), &out, session.locator(), wide(path));
 }
 
 int roundtrip(const Options& options, Session& session) {
-  Document document(options.operands[0]);
   session.open(":memory:", options.schemas, true);
-  document.import(session.store(), session.locator(), session.reporter());
-  serialize(session, resolvePath(session.store(), ""));
+  importDocument(options.operands[0], session.store(), session.locator(), session.reporter());
+  require(session.store(), "", Named::kRoot, Named::kRoot, "tree");
+  serialize(session, "");
   return 0;
 }
 
 int import(const Options& options, Session& session) {
-  Document document(options.operands[0]);
   session.open(options.store, options.schemas, true);
-  document.import(session.store(), session.locator(), session.reporter());
+  importDocument(options.operands[0], session.store(), session.locator(), session.reporter());
   session.commit();
   if (options.given & kStatsOption) {
     struct rusage usage;
@@ -79,24 +56,33 @@ int import(const Options& options, Session& session) {
 
 int exportTree(const Options& options, Session& session) {
   session.open(options.store, options.schemas, false);
-  serialize(session, resolveSet(session, options.path));
+  require(session.store(), options.path, options.path.empty() ? Named::kRoot : Named::kContainer,
+          Named::kTable, "container or table");
+  serialize(session, options.path);
   session.commit();
   return 0;
 }
 
 int list(const Options& options, Session& session) {
   session.open(options.store, options.schemas, false);
-  unsigned offset = resolveSet(session, options.operands.empty() ? "" : options.operands[0]);
-  print(listChildren(session.store(), offset));
+  std::string path = options.operands.empty() ? "" : options.operands[0];
+  require(session.store(), path, path.empty() ? Named::kRoot : Named::kContainer, Named::kTable,
+          "container or table");
+  print(listChildren(session.store(), path));
   session.commit();
   return 0;
 }
 
 int get(const Options& options, Session& session) {
   session.open(options.store, options.schemas, false);
-  unsigned offset = resolve(session, options.operands[0], data::Record::kPrimitive,
-                            data::Record::kPrimitive, "primitive");
-  print(valueText(session.store(), offset, session.locator()));
+  const std::string& path = options.operands[0];
+  require(session.store(), path, Named::kPrimitive, Named::kPrimitive, "primitive");
+  auto property = IContainerFrontEnd::property(session.store(), wide(path));
+  std::string out;
+  for (const core::string::WideString& block :
+       IXMLFrontEnd::values(data::metadata::IPrimitive::to(property.get()), session.locator()))
+    out += core::string::StringAlgorithm::UTF8Encode(block) + '\n';
+  print(out);
   session.commit();
   return 0;
 }
@@ -106,17 +92,16 @@ int validate(const Options& options, Session& session) {
   session.open(options.store, options.schemas, false);
   const std::string& path = options.operands[0];
   const std::string& uri = options.operands[1];
-  unsigned offset =
-      resolve(session, path, data::Record::kContainer, data::Record::kTable, "container or table");
-  auto schema = session.locator()->resolve(core::string::StringAlgorithm::UTF8Decode(uri.c_str()));
+  Named named = require(session.store(), path, Named::kContainer, Named::kTable,
+                        "container or table");
+  auto schema = session.locator()->resolve(wide(uri));
   if (!schema) throw Failure("no schema '" + uri + "' in the schema documents");
   bool conforms;
-  if (data::Record::peek(session.store(), offset) == data::Record::kTable) {
-    data::Design::Table table(session.store(), offset, true);
-    conforms = data::Api::conforms(table, table.base(), schema.get(), false);
+  if (named == Named::kTable) {
+    auto table = IContainerFrontEnd::property(session.store(), wide(path));
+    conforms = data::metadata::ITable::to(table.get())->validates(schema.get());
   } else {
-    data::Structural::Container container(session.store(), offset, true);
-    conforms = data::Api::conforms(container, container.base(), schema.get(), false);
+    conforms = IContainerFrontEnd::find(session.store(), wide(path))->validates(schema.get(), false);
   }
   print(path + (conforms ? " conforms to " : " does not conform to ") + uri + "\n");
   session.commit();

@@ -1,8 +1,8 @@
 #ifndef KPL_TOOLS_KMETA_COMMANDS_H_
 #define KPL_TOOLS_KMETA_COMMANDS_H_
 
-#include "tools/kmeta/options.h"
-#include "tools/kmeta/session.h"
+#include "options.h"
+#include "session.h"
 
 namespace kmeta {
 

@@ -3,14 +3,14 @@
 
 #include <string>
 
-#include "kestrine/platform/core/datastore.h"
+#include <kestrine/platform/core.h>
 
 namespace kmeta {
 
 using kestrine::platform::core::storage::datastore::IDataStore;
 
-// The children of the root, table or container at `offset`, as tab-separated lines after a
-// header line "kind name class unit dimension flags":
+// The children of the root (an empty path), or of the table or container at `path`, as
+// tab-separated lines after a header line "kind name class unit dimension flags":
 //   kind       the element an export writes: node, group, link, table, or the primitive's
 //              value type (int32, string, struct, ...)
 //   class      the schema a container or table derives from, or a struct's type
@@ -18,8 +18,8 @@ using kestrine::platform::core::storage::datastore::IDataStore;
 //   dimension  a primitive's elements as stored (characters with terminators for text,
 //              bytes for a struct), a container's or table's number of children
 //   flags      "optional", "hidden" (inherited and not yet set), "uri" (values elsewhere)
-// UTF-8. The caller holds the store lock and has checked that `offset` is a set.
-std::string listChildren(IDataStore* store, unsigned offset);
+// UTF-8, in the order an export writes them. The caller has checked that `path` names one.
+std::string listChildren(IDataStore* store, const std::string& path);
 
 }  // namespace kmeta
 

@@ -1,12 +1,11 @@
 // kmeta: reads and writes metadata trees as XML, in memory, in a store file or in a database.
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 
-#include "tools/kmeta/commands.h"
-#include "tools/kmeta/failure.h"
-#include "tools/kmeta/options.h"
-#include "tools/kmeta/session.h"
+#include "commands.h"
+#include "failure.h"
+#include "options.h"
+#include "session.h"
 
 namespace {
 
@@ -58,17 +57,10 @@ const char kUsage[] =
     "malformed input, a path that names nothing fitting, an unknown schema, a store that\n"
     "holds no tree; 2 validate: the tree does not conform.\n";
 
-// Tells what failed and answers exit status 1.
+// Tells what failed, drops what the command did and answers exit status 1.
 int fail(kmeta::Session& session, const char* message) {
   std::fprintf(stderr, "kmeta: %s\n", message);
-  if (session.persistent()) {
-    // A persistent store commits what is pending when its lock is released or the store is
-    // closed. A command that failed must leave the store as it was, so the process ends
-    // without either; LMDB never saw the pending transaction, the kernel releases the file
-    // locks, and the server, seeing the connection end, drops the session's lock.
-    std::fflush(stderr);
-    std::_Exit(1);
-  }
+  session.abandon();
   return 1;
 }
 

@@ -1,8 +1,8 @@
-#include "tools/kmeta/options.h"
+#include "options.h"
 
 #include <cstring>
 
-#include "tools/kmeta/failure.h"
+#include "failure.h"
 
 namespace kmeta {
 

@@ -1,11 +1,10 @@
-#include "tools/kmeta/session.h"
+#include "session.h"
 
 #include <cstdio>
 #include <filesystem>
 
-#include "kestrine/platform/core/string.h"
-#include "tools/kmeta/document.h"
-#include "tools/kmeta/failure.h"
+#include "document.h"
+#include "failure.h"
 
 namespace kmeta {
 
@@ -34,10 +33,9 @@ void Session::open(const std::string& store, const std::vector<std::string>& sch
   if (!schemas.empty())
     locator_ = kestrine::platform::data::metadata::ISchemaLocator::make(nullptr);
   for (const std::string& path : schemas) {
-    Document document(path);
     schemaStores_.push_back(std::make_unique<MemoryDataStore>());
     // Earlier schema documents serve the later ones' classes and struct types.
-    document.import(schemaStores_.back().get(), locator_.get(), &reporter_);
+    importDocument(path, schemaStores_.back().get(), locator_.get(), &reporter_);
     locator_->push(schemaStores_.back().get());
   }
   if (store == ":memory:") {
@@ -49,9 +47,10 @@ void Session::open(const std::string& store, const std::vector<std::string>& sch
   } else {
     // Opening a store file creates it; only import means to.
     std::error_code ignored;
-    if (!create && !std::filesystem::exists(store, ignored))
-      throw Failure(store + ": no such store file");
+    bool exists = std::filesystem::exists(store, ignored);
+    if (!create && !exists) throw Failure(store + ": no such store file");
     auto file = std::make_unique<LmdbDataStore>(store);
+    if (!exists) created_ = store;
     file_ = file.get();
     store_ = std::move(file);
   }
@@ -74,6 +73,25 @@ void Session::commit() {
   if (file_ != nullptr) file_->flush();
   if (database_ != nullptr) database_->flush();
   lock_.reset();
+  created_.clear();
+}
+
+void Session::abandon() noexcept {
+  try {
+    if (store_) store_->abandon();
+    lock_.reset();
+  } catch (...) {
+    // What is pending stays uncommitted: the store is closed below without a commit point
+    // having anything to commit, or, if it cannot be, dies with the process.
+  }
+  if (created_.empty()) return;
+  // A store file that this command made and that holds nothing goes again, with the lock
+  // files LMDB keeps beside it.
+  file_ = nullptr;
+  store_.reset();
+  std::error_code ignored;
+  for (const char* suffix : {"", "-lock", "-writer"})
+    std::filesystem::remove(created_ + suffix, ignored);
 }
 
 }  // namespace kmeta

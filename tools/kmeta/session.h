@@ -5,12 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "kestrine/platform/core/datastore.h"
-#include "kestrine/platform/core/lmdb_datastore.h"
-#include "kestrine/platform/core/memory.h"
-#include "kestrine/platform/core/postgres_datastore.h"
-#include "kestrine/platform/data/format/xml.h"
-#include "kestrine/platform/data/metadata/schema.h"
+#include <kestrine/platform/core.h>
+#include <kestrine/platform/data.h>
 
 namespace kmeta {
 
@@ -26,11 +22,11 @@ class StderrReporter : public kestrine::platform::data::format::xml::IXMLFrontEn
 // store of its own and pushed to one locator) and the reporter.
 //
 // A command is one transaction. The store's lock is held from open() to commit() or
-// destruction, and the first thing done under it is a change: a file store then bases the
+// abandon(), and the first thing done under it is a change: a file store then bases the
 // transaction on its newest committed state before anything is read (a database store
-// does so when its lock is taken). That matters because
-// even reading writes, logic objects keep reference counts in their records, and a
-// transaction begun after a read could write back a record from an older state.
+// does so when its lock is taken). That matters because even reading writes: logic objects
+// keep reference counts in their records, and a transaction begun after a read could write
+// back a record from an older state.
 class Session {
  public:
   Session() = default;
@@ -49,8 +45,6 @@ class Session {
   // The locator over the schema documents; null when none was given.
   kestrine::platform::data::metadata::ISchemaLocator* locator() const;
   StderrReporter* reporter() { return &reporter_; }
-  // True for a store file or a database store.
-  bool persistent() const { return file_ != nullptr || database_ != nullptr; }
 
   // Live records and bytes used (see IDataStore::used) of the store.
   unsigned records() const;
@@ -58,6 +52,9 @@ class Session {
   // Commits what the command did and releases the lock; throws core::Exception when a
   // persistent store cannot commit (it then stays as it was).
   void commit();
+  // Drops what the command did: a persistent store stays as it was, and a store file that
+  // open() created is removed again. Never throws.
+  void abandon() noexcept;
 
  private:
   // Schema stores first: the locator refers to them and must go before they do.
@@ -68,6 +65,8 @@ class Session {
   std::unique_ptr<IDataStore> store_;
   kestrine::platform::core::storage::datastore::LmdbDataStore* file_ = nullptr;
   kestrine::platform::core::storage::datastore::PostgresDataStore* database_ = nullptr;
+  // The path of a store file that open() created; empty otherwise.
+  std::string created_;
   std::unique_ptr<IDataStore::ILock> lock_;
 };
 

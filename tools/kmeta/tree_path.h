@@ -3,20 +3,22 @@
 
 #include <string>
 
-#include "kestrine/platform/core/datastore.h"
+#include <kestrine/platform/core.h>
 
 namespace kmeta {
 
 using kestrine::platform::core::storage::datastore::IDataStore;
 
-// True when the store holds a tree: a root record at offset 0.
-bool holdsTree(IDataStore* store);
+// What a dotted path names in a store's tree; the empty path names the root.
+enum class Named { kRoot, kContainer, kTable, kPrimitive };
 
-// The offset of the record at `path`: names joined by "." from below the root, UTF-8; the
-// empty path is the root itself. Every name must name a child of the record before it, so
-// unlike the schema finder alone, a name below a primitive never resolves to the primitive.
-// Throws Failure when the store holds no tree or the path names nothing.
-unsigned resolvePath(IDataStore* store, const std::string& path);
+// The kind of what `path` (UTF-8) names. Throws Failure "the store holds no tree" when there
+// is no tree, "nothing at 'PATH'" when it names nothing, and "no WHAT at 'PATH'" when it names
+// something other than `a` or `b`.
+Named require(IDataStore* store, const std::string& path, Named a, Named b, const char* what);
+
+// The path as the library takes it.
+kestrine::platform::core::string::WideString wide(const std::string& path);
 
 }  // namespace kmeta
 

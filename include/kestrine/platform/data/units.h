@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "kestrine/platform/data/export.h"
+
 // Units of measure as records store them. A unit is its group's value plus its 1-based index
 // within the group, so the group of a unit is `unit & 0xFFFFF000`; 0 means "no unit" for both
 // types. The numbers are persisted in every store and must never change: new units go at the
@@ -936,6 +938,13 @@ enum tUnit : std::uint32_t {
   Oersted = group::MagneticFieldIntensity + 1,
   AmperePerMeter = group::MagneticFieldIntensity + 2,
 };
+
+// The name of a unit as documents write it, trailing text included where the stored name has
+// some; null when no unit has that value (0 included). A unit with two names answers the
+// first ("Quart_US_fluid" for Quart). The text lives as long as the process.
+KPL_DATA_API const char* unitName(tUnit unit);
+// The unit named exactly `name`, byte for byte ("InvCelsius," with its comma); 0 when none.
+KPL_DATA_API tUnit unitNamed(const char* name);
 
 }  // namespace kestrine::platform::data::units
 

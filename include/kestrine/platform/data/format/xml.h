@@ -1,10 +1,14 @@
 #ifndef KESTRINE_PLATFORM_DATA_FORMAT_XML_H_
 #define KESTRINE_PLATFORM_DATA_FORMAT_XML_H_
 
+#include <cstdint>
+#include <vector>
+
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/io.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/data/export.h"
+#include "kestrine/platform/data/metadata/primitive.h"
 #include "kestrine/platform/data/metadata/schema.h"
 #include "kestrine/platform/data/structure/container.h"
 
@@ -37,6 +41,57 @@ class KPL_DATA_API IXMLFrontEnd {
   // locator is given.
   static void serialize(core::storage::datastore::IDataStore* store, core::io::IDataWriter* writer,
                         metadata::ISchemaLocator* locator, unsigned int offset);
+
+  // -- For clients that decide what to keep ------------------------------------------------
+
+  // Why import() kept nothing.
+  enum tRefusal : std::uint32_t {
+    kNotRefused = 0,
+    kNoTree = 1,     // the store holds records but no tree to add to
+    kNameTaken = 2,  // the tree holds a top-level container or table of a name the document adds
+  };
+  // What import() did.
+  struct tImport {
+    tRefusal refused = kNotRefused;
+    core::string::WideString name;  // with kNameTaken: the name
+    unsigned reports = 0;           // the problems reported, each to the reporter
+  };
+
+  // Reads a whole document into `store` under the store's lock. Into an empty store the
+  // document makes the tree: its root and the format version (1, unless the document's
+  // root says otherwise). Into a store that holds a tree, the document's outermost element
+  // stands for the tree's root and its containers and tables are added to it, none under a
+  // name the root holds already: the import stops at the first such name, refused. Problems
+  // in the content go to `reporter` (may be null), as in parse(), and are counted.
+  //
+  // Never calls complete(). Malformed XML throws core::xml::XMLException (line and column);
+  // store and reader failures pass through. After a refusal or an exception the store holds
+  // what was read before it; a client that wants all of a document or nothing holds the
+  // store's lock around the call and then commits (complete()) or abandons
+  // (IDataStore::abandon()). A store file commits at the release of its outermost lock.
+  static tImport import(core::storage::datastore::IDataStore* store,
+                        core::io::IDataReader* reader, metadata::ISchemaLocator* locator,
+                        IErrorReporter* reporter);
+
+  // Writes the root (an empty path) or the container or table at the dotted `path` with its
+  // subtree, as the form above does; false, writing nothing, when the path names none.
+  static bool serialize(core::storage::datastore::IDataStore* store, core::io::IDataWriter* writer,
+                        metadata::ISchemaLocator* locator, core::string::WideString path);
+
+  // The values of a primitive as an export writes them, in blocks of text: "binary" one
+  // base64 block, each string of a text type a block of its own, numbers one block of
+  // blank-separated tokens, a struct one block of its fields' components (only with a
+  // locator that resolves its type). None without values or in URI mode.
+  static std::vector<core::string::WideString> values(metadata::IPrimitive* primitive,
+                                                       metadata::ISchemaLocator* locator);
+  // Gives a primitive the values of blocks of text, as an import reads an element's text
+  // and its "val" children: the first block from element 0 on, each later string block
+  // after the strings held, each later block of numbers from element 0 again. A token that
+  // does not read leaves its element as it was. False, changing nothing, for a primitive
+  // handle that this library did not make.
+  static bool values(metadata::IPrimitive* primitive,
+                     const std::vector<core::string::WideString>& blocks,
+                     metadata::ISchemaLocator* locator);
 };
 
 }  // namespace kestrine::platform::data::format::xml
