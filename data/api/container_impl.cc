@@ -53,48 +53,36 @@ unsigned copyAs(Metadata::Item& original, IDataStore* target, const WideString& 
 
 IContainer::~IContainer() = default;
 
-ContainerImpl::~ContainerImpl() {
-  Api::close(logic_);
-}
-
-WideString ContainerImpl::tag() const {
-  return Api::name(*logic_);
-}
-
-WideString ContainerImpl::path() const {
-  return Api::path(*logic_);
-}
-
 SharedPtr<IContainer> ContainerImpl::parent() {
   Lock lock(store());
   // A top-level container's parent is the root, which wrapContainer refuses.
-  return Api::wrapContainer(store(), logic_->parent());
+  return Api::wrapContainer(store(), logic()->parent());
 }
 
 WideString ContainerImpl::base() const {
   Lock lock(store());
-  return logic_->base();
+  return logic()->base();
 }
 
 // Under the lock, unlike the other queries of the container itself: the answer comes from the
 // store's shared index, which other threads change.
 bool ContainerImpl::empty() const {
   Lock lock(store());
-  return logic_->items() == 0;
+  return logic()->items() == 0;
 }
 
 IContainer::tType ContainerImpl::type() const {
   Lock lock(store());
-  return logic_->type();
+  return logic()->type();
 }
 
 bool ContainerImpl::destroy(WideString name) {
   Lock lock(store());
-  return logic_->remove(name.value());
+  return logic()->remove(name.value());
 }
 
 bool ContainerImpl::rename(WideString name) {
-  return Api::rename(*logic_, name, false);
+  return Api::rename(*logic(), name, false);
 }
 
 // Creators check the name with find(), the exact name in this container's index, while the
@@ -102,8 +90,8 @@ bool ContainerImpl::rename(WideString name) {
 SharedPtr<IContainer> ContainerImpl::create(tType type, WideString name,
                                             metadata::ISchema* schema) {
   Lock lock(store());
-  if (!Api::nameable(name) || logic_->find(name.value()) != kAbsent) return {};
-  unsigned offset = Api::createChild<Structural::Container>(*logic_, type, name.value());
+  if (!Api::nameable(name) || logic()->find(name.value()) != kAbsent) return {};
+  unsigned offset = Api::createChild<Structural::Container>(*logic(), type, name.value());
   if (offset == kAbsent) return {};
   Api::Pending<Structural::Container> opened(new Structural::Container(store(), offset, false));
   if (schema != nullptr) opened->inherit(schema);
@@ -123,9 +111,9 @@ SharedPtr<IContainer> ContainerImpl::create(tType type, WideString name,
 
 SharedPtr<metadata::IPrimitive> ContainerImpl::create(WideString name, metadata::tValue type) {
   Lock lock(store());
-  if (!Api::nameable(name) || !Api::storable(type) || logic_->find(name.value()) != kAbsent)
+  if (!Api::nameable(name) || !Api::storable(type) || logic()->find(name.value()) != kAbsent)
     return {};
-  unsigned offset = Api::createChild<Design::Primitive>(*logic_, type, name.value());
+  unsigned offset = Api::createChild<Design::Primitive>(*logic(), type, name.value());
   if (offset == kAbsent) return {};
   Api::Pending<Design::Primitive> opened(new Design::Primitive(store(), offset));
   return Api::makeHandle<metadata::DesignPrimitiveImpl, metadata::IPrimitive>(opened);
@@ -133,8 +121,8 @@ SharedPtr<metadata::IPrimitive> ContainerImpl::create(WideString name, metadata:
 
 SharedPtr<metadata::ITable> ContainerImpl::create(WideString name, metadata::ISchema* schema) {
   Lock lock(store());
-  if (!Api::nameable(name) || logic_->find(name.value()) != kAbsent) return {};
-  unsigned offset = Api::createChild<Design::Table>(*logic_, name.value());
+  if (!Api::nameable(name) || logic()->find(name.value()) != kAbsent) return {};
+  unsigned offset = Api::createChild<Design::Table>(*logic(), name.value());
   if (offset == kAbsent) return {};
   Api::Pending<Design::Table> opened(new Design::Table(store(), offset, false));
   if (schema != nullptr) opened->inherit(schema);
@@ -143,38 +131,38 @@ SharedPtr<metadata::ITable> ContainerImpl::create(WideString name, metadata::ISc
 
 bool ContainerImpl::has(WideString name) {
   Lock lock(store());
-  return logic_->lookup(name.value()) != kAbsent;
+  return logic()->lookup(name.value()) != kAbsent;
 }
 
 SharedPtr<IContainer> ContainerImpl::container(WideString name) {
   Lock lock(store());
-  if (name.value() == nullptr) return Api::wrapContainer(store(), logic_->offset());
-  return Api::wrapContainer(store(), logic_->lookup(name.value()));
+  if (name.value() == nullptr) return Api::wrapContainer(store(), logic()->offset());
+  return Api::wrapContainer(store(), logic()->lookup(name.value()));
 }
 
 SharedPtr<metadata::IProperty> ContainerImpl::property(WideString name) {
   Lock lock(store());
-  return Api::wrapProperty(store(), logic_->lookup(name.value()));
+  return Api::wrapProperty(store(), logic()->lookup(name.value()));
 }
 
 SharedPtr<metadata::IPropertyFilter> ContainerImpl::properties() {
   Lock lock(store());
-  return SharedPtr<metadata::IPropertyFilter>(new DesignFilter(store(), logic_->offset()));
+  return SharedPtr<metadata::IPropertyFilter>(new DesignFilter(store(), logic()->offset()));
 }
 
 SharedPtr<IContainerFilter> ContainerImpl::containers() {
   Lock lock(store());
-  return SharedPtr<IContainerFilter>(new ContainerFilter(store(), logic_->offset()));
+  return SharedPtr<IContainerFilter>(new ContainerFilter(store(), logic()->offset()));
 }
 
 bool ContainerImpl::validates(metadata::ISchema* schema, bool quick) {
   Lock lock(store());
-  return Api::conforms(*logic_, logic_->base(), schema, quick);
+  return Api::conforms(*logic(), logic()->base(), schema, quick);
 }
 
 bool ContainerImpl::validates(WideString name, metadata::ISchema* schema, bool quick) {
   Lock lock(store());
-  unsigned offset = logic_->lookup(name.value());
+  unsigned offset = logic()->lookup(name.value());
   if (offset == kAbsent) return false;
   // Validation reads the members from the store, so the child's own index is not needed.
   switch (Record::peek(store(), offset)) {
@@ -196,7 +184,7 @@ bool ContainerImpl::copy(SharedPtr<IContainer> source) {
   auto* original = dynamic_cast<ContainerImpl*>(source.get());
   if (original == nullptr) return false;
   Lock lock(store());
-  Structural::Container* from = original->logic_;
+  Structural::Container* from = original->logic();
   for (unsigned i = 0; i < from->items(); ++i) {
     Design::Logic child(from->store(), from->at(i), true);
     if (!child) return false;
@@ -208,7 +196,7 @@ bool ContainerImpl::copy(SharedPtr<IContainer> source) {
 bool ContainerImpl::clone(SharedPtr<IContainer> source) {
   Lock lock(store());
   auto* original = dynamic_cast<ContainerImpl*>(source.get());
-  return original != nullptr && adopt(source->tag(), original->logic_);
+  return original != nullptr && adopt(source->tag(), original->logic());
 }
 
 bool ContainerImpl::clone(SharedPtr<metadata::IProperty> source) {
@@ -222,11 +210,11 @@ bool ContainerImpl::clone(WideString from, WideString to, bool absolute) {
   Destination destination(to);
   Lock lock(store());
   unsigned source =
-      absolute ? Schema::Finder(store(), 0, from.value()).offset() : logic_->lookup(from.value());
+      absolute ? Schema::Finder(store(), 0, from.value()).offset() : logic()->lookup(from.value());
   if (source == kAbsent) return false;
-  if (!destination.dotted) return cloneInto(*logic_, source, destination.name);
+  if (!destination.dotted) return cloneInto(*logic(), source, destination.name);
   // The parent path is below this container, whether or not the source was absolute.
-  unsigned parent = logic_->lookup(destination.parent.string());
+  unsigned parent = logic()->lookup(destination.parent.string());
   if (parent == kAbsent || Record::peek(store(), parent) != Record::kContainer) return false;
   Structural::Container into(store(), parent, false);
   return cloneInto(into, source, destination.name);
@@ -247,34 +235,13 @@ bool ContainerImpl::clone(IDataStore* target, WideString path) {
   // Refused before anything is written: a copy the parent cannot index would be lost there.
   if (into.find(destination.name.value()) != kAbsent) return false;
   Lock ownLock(store());
-  Structural::Container self(store(), logic_->offset(), true);
+  Structural::Container self(store(), logic()->offset(), true);
   return into.add(copyAs(self, target, destination.name));
 }
 
-unsigned ContainerImpl::locales() {
-  return Api::locales(*logic_);
-}
-
-WideString ContainerImpl::locale(unsigned int index) {
-  return Api::locale(*logic_, index);
-}
-
-unsigned ContainerImpl::describe(WideString locale, WideString text) {
-  return Api::describe(*logic_, locale, text);
-}
-
-WideString ContainerImpl::localize(WideString locale) {
-  return Api::localize(*logic_, locale);
-}
-
-unsigned char ContainerImpl::flags() const {
-  Lock lock(store());
-  return logic_->flags();
-}
-
 bool ContainerImpl::adopt(const WideString& name, Metadata::Item* original) {
-  if (logic_->lookup(name.value()) != kAbsent) return false;
-  return logic_->add(original->clone(store()));
+  if (logic()->lookup(name.value()) != kAbsent) return false;
+  return logic()->add(original->clone(store()));
 }
 
 bool ContainerImpl::cloneInto(Structural::Container& into, unsigned source,

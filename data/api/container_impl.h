@@ -1,6 +1,7 @@
 #ifndef KPL_DATA_API_CONTAINER_IMPL_H_
 #define KPL_DATA_API_CONTAINER_IMPL_H_
 
+#include "data/api/item_handle.h"
 #include "data/tree/container.h"
 #include "kestrine/platform/data/structure/container.h"
 
@@ -21,23 +22,14 @@ using core::string::WideString;
 //
 // Child containers come back as NodeImpl, GroupImpl or LinkImpl; the front end, links and
 // create() of a node give plain ContainerImpl objects without a kind view.
-class ContainerImpl : public IContainer {
+class ContainerImpl : public Api::ItemHandle<IContainer, Structural::Container> {
  public:
   class ContainerFilter;
   class DesignFilter;
 
   // Takes ownership of an opened container logic object.
-  explicit ContainerImpl(Structural::Container* logic) : logic_(logic) {}
-  ~ContainerImpl() override;
-  ContainerImpl(const ContainerImpl&) = delete;
-  ContainerImpl& operator=(const ContainerImpl&) = delete;
+  explicit ContainerImpl(Structural::Container* logic) : ItemHandle(logic) {}
 
-  // The logic object, for the library's own layers (the XML front end parses into it).
-  Structural::Container* logic() const { return logic_; }
-
-  WideString tag() const override;
-  WideString path() const override;
-  IDataStore* store() const override { return logic_->store(); }
   SharedPtr<IContainer> parent() override;
   WideString base() const override;
   bool empty() const override;
@@ -59,11 +51,6 @@ class ContainerImpl : public IContainer {
   bool clone(SharedPtr<metadata::IProperty> source) override;
   bool clone(WideString from, WideString to, bool absolute) override;
   bool clone(IDataStore* store, WideString path) override;
-  unsigned locales() override;
-  WideString locale(unsigned int index) override;
-  unsigned describe(WideString locale, WideString text) override;
-  WideString localize(WideString locale) override;
-  unsigned char flags() const override;
 
  private:
   // Clones `original` (from any store, with its subtree) into this container's store and adds
@@ -74,8 +61,6 @@ class ContainerImpl : public IContainer {
   // false when the name is taken there or the record is not a property or container. The
   // caller holds the lock.
   bool cloneInto(Structural::Container& into, unsigned source, const WideString& name);
-
-  Structural::Container* logic_;
 };
 
 }  // namespace kestrine::platform::data::structure

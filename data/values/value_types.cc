@@ -46,26 +46,17 @@ const tValueTraits kpValueTraits[] = {
 };
 #undef KPL_VALUE
 
-template <class Name>
-const tValueTraits* search(const char* name, Name field) {
-  if (name == nullptr) return nullptr;
-  for (const tValueTraits* entry = begin(); entry != end(); ++entry)
-    if (entry->*field != nullptr && std::strcmp(entry->*field, name) == 0) return entry;
-  return nullptr;
-}
-
 }  // namespace
 
 const tValueTraits& traits(tValue type) {
   return type < std::size(kpValueTraits) ? kpValueTraits[type] : kpValueTraits[0];
 }
 
-const tValueTraits* byName(const char* name) {
-  return search(name, &tValueTraits::name);
-}
-
 const tValueTraits* byDefaultName(const char* name) {
-  return search(name, &tValueTraits::defaultName);
+  if (name == nullptr) return nullptr;
+  for (const tValueTraits* entry = begin(); entry != end(); ++entry)
+    if (entry->defaultName != nullptr && std::strcmp(entry->defaultName, name) == 0) return entry;
+  return nullptr;
 }
 
 const tValueTraits* begin() {

@@ -34,8 +34,6 @@ struct tValueTraits {
 
 // The traits of `type`; those of no type (metadata::kNone) for a value past the enumeration.
 const tValueTraits& traits(metadata::tValue type);
-// The type whose element name is exactly `name`; null for none.
-const tValueTraits* byName(const char* name);
 // The type a table's "default" names `name`; null for none.
 const tValueTraits* byDefaultName(const char* name);
 // The types that have values, metadata::kBinary to metadata::kStruct, in order.
