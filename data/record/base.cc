@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/memory.h"
 
 namespace kestrine::platform::data::Record {
@@ -26,6 +27,15 @@ unsigned allocator(unsigned n) {
 tType peek(IDataStore* store, unsigned offset) {
   std::uint8_t kind = 0;
   return store->read(offset, &kind, 1) == 1 ? static_cast<tType>(kind) : kNoRecord;
+}
+
+void Base::damaged(const std::string& what) const {
+  throw core::Exception("damaged record at offset " + std::to_string(offset_) + ": " + what);
+}
+
+void Base::fieldPastTheEnd(unsigned at) const {
+  damaged("a field at byte " + std::to_string(at) + " lies past its end (" +
+          std::to_string(used_) + " bytes)");
 }
 
 Base::Base() : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), used_(0), capacity_(0) {}

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/string.h"
@@ -37,7 +38,11 @@ tType peek(IDataStore* store, unsigned offset);
 
 // The in-memory working copy of one record: the whole record is read into a pooled buffer,
 // edited in place by the typed records, and written back whole by update(). Record objects
-// live on the stack for one operation; nothing here checks offsets or positions.
+// live on the stack for one operation; nothing here checks offsets. A record read from the
+// store is checked against its own size by the typed records before any of its fields is
+// trusted (see Entity, Offsets, Locale), and no field outside the record is ever read or
+// written: a damaged record ends the operation with core::Exception ("damaged record at
+// offset N: ...") instead of a crash.
 //
 // The bytes between the used size and the capacity are kept zero by alloc, grow and shrink,
 // so an in-place grow exposes zeros (the array setters of the typed records do not zero
@@ -56,7 +61,8 @@ class Base {
   IDataStore* store() const { return store_; }
   // BADOFF until the first update() of a fresh record.
   unsigned offset() const { return offset_; }
-  tType id() const { return static_cast<tType>(buffer_[0]); }
+  // The kind byte; kNoRecord for a record that could not be read.
+  tType id() const { return used_ != 0 ? static_cast<tType>(buffer_[0]) : kNoRecord; }
   unsigned used() const { return used_; }
   unsigned capacity() const { return capacity_; }
   unsigned char* data() { return buffer_; }
@@ -80,14 +86,20 @@ class Base {
   void grow(unsigned at, unsigned len);
 
  protected:
-  std::uint8_t get8(unsigned at) const { return buffer_[at]; }
-  void put8(unsigned at, std::uint8_t value) { buffer_[at] = value; }
+  // Fields are read and written only within the record: a field past its end is the mark of a
+  // damaged record (or of a record loaded as the wrong kind), never a reason to touch memory
+  // beyond the buffer.
+  std::uint8_t get8(unsigned at) const { return buffer_[within(at, 1)]; }
+  void put8(unsigned at, std::uint8_t value) { buffer_[within(at, 1)] = value; }
   std::uint32_t get32(unsigned at) const {
     std::uint32_t value;
-    std::memcpy(&value, buffer_ + at, 4);
+    std::memcpy(&value, buffer_ + within(at, 4), 4);
     return value;
   }
-  void put32(unsigned at, std::uint32_t value) { std::memcpy(buffer_ + at, &value, 4); }
+  void put32(unsigned at, std::uint32_t value) { std::memcpy(buffer_ + within(at, 4), &value, 4); }
+
+  // Throws core::Exception "damaged record at offset N: <what>".
+  [[noreturn]] void damaged(const std::string& what) const;
 
   // Where the array whose length field stands at `selector` begins, given the fixed part's
   // size and every array selector of the kind in storage order.
@@ -105,6 +117,11 @@ class Base {
   void adopt(unsigned char* buffer, unsigned used, unsigned capacity);
 
  private:
+  unsigned within(unsigned at, unsigned width) const {
+    if (static_cast<unsigned long long>(at) + width > used_) fieldPastTheEnd(at);
+    return at;
+  }
+  [[noreturn]] void fieldPastTheEnd(unsigned at) const;
   void release();
 
   IDataStore* store_;

@@ -14,7 +14,7 @@ class Container : public Entity {
   static const unsigned kBase = 23;
   static const unsigned kInfo = 27;
 
-  Container(IDataStore* store, unsigned offset) : Entity(store, offset) {}
+  Container(IDataStore* store, unsigned offset) : Entity(store, offset) { expect(kContainer); }
   // Creates and writes a container (kind byte 0) named `name` with no children.
   Container(IDataStore* store, const wchar_t* name)
       : Entity(store, 32 + wideBytes(name), kContainer) {

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "data/record/primitive_record.h"
+#include "kestrine/platform/data/metadata/value.h"
+
 namespace kestrine::platform::data::Record {
 
 namespace {
@@ -41,6 +44,39 @@ const ArrayLayout& layoutOf(tType kind) {
 
 unsigned wideBytes(const wchar_t* text) {
   return text == nullptr ? 0 : static_cast<unsigned>(std::wcslen(text)) * 4 + 4;
+}
+
+Entity::Entity(IDataStore* store, unsigned offset) : Base(store, offset) {
+  if (used() != 0) check();
+}
+
+void Entity::expect(tType kind) const {
+  if (used() != 0 && id() != kind)
+    damaged("a record of kind " + std::to_string(id()) + " where one of kind " +
+            std::to_string(kind) + " belongs");
+}
+
+void Entity::check() const {
+  tType kind = id();
+  if (kind != kRoot && kind != kPrimitive && kind != kTable && kind != kContainer)
+    damaged("its kind " + std::to_string(kind) + " is no entity's");
+  const ArrayLayout& layout = layoutOf(kind);
+  if (used() < layout.fixed) damaged("shorter than the fixed part of its kind");
+  unsigned long long end = layout.fixed;
+  for (unsigned i = 0; i < layout.count; ++i) {
+    unsigned selector = layout.selectors[i];
+    unsigned length = get32(selector);
+    // Every array holds wide text but a primitive's values, unless they are a URI.
+    bool text = !(kind == kPrimitive && selector == Primitive::kValues && !(flags() & kUri));
+    if (text && length % 4 != 0) damaged("a text of " + std::to_string(length) + " bytes");
+    end += length;
+  }
+  if (end > used()) damaged("its arrays run past its end");
+  if (kind == kPrimitive) {
+    std::uint32_t type = get32(22);
+    if (type < metadata::kBinary || type > metadata::kStruct)
+      damaged("a value type " + std::to_string(type) + " that does not exist");
+  }
 }
 
 Entity::Entity(IDataStore* store, unsigned size, tType kind) : Base(store, size, kind) {

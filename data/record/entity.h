@@ -19,7 +19,12 @@ enum tFlag : std::uint8_t {
 // byte length stands in the fixed part at a position called its selector.
 class Entity : public Base {
  public:
-  Entity(IDataStore* store, unsigned offset) : Base(store, offset) {}
+  // Loads the entity at `offset` and checks it against its own size: the kind of an entity,
+  // the fixed part of its kind, arrays that end within the record, texts of whole
+  // characters, and for a primitive a value type that exists. Throws core::Exception
+  // "damaged record at offset N: ..." when it fails; a record that is not there loads empty
+  // and is not checked.
+  Entity(IDataStore* store, unsigned offset);
   // A fresh, unwritten record: parent and locale BADOFF, count and flags 0.
   Entity(IDataStore* store, unsigned size, tType kind);
 
@@ -59,8 +64,12 @@ class Entity : public Base {
  protected:
   // Writes the name of a fresh record, whose arrays are all still empty.
   void initName(const wchar_t* text);
+  // For the typed records: a loaded record of another kind is damaged (its bytes would be
+  // read in the wrong layout).
+  void expect(tType kind) const;
 
  private:
+  void check() const;
   unsigned arrayStart(unsigned selector) const;
 };
 

@@ -1,8 +1,16 @@
 #include "data/record/locale.h"
 
+#include <string>
+
 #include "kestrine/platform/core/memory.h"
 
 namespace kestrine::platform::data::Record {
+
+Locale::Locale(IDataStore* store, unsigned offset) : Base(store, offset) {
+  if (used() == 0) return;
+  if (id() != kLocale) damaged("a record of kind " + std::to_string(id()) + " where names belong");
+  if (used() < 8 || length() > used() - 8) damaged("names that run past its end");
+}
 
 void Locale::payload(unsigned length, const void* bytes) {
   unsigned size = used() + length - this->length();

@@ -9,7 +9,10 @@ namespace kestrine::platform::data::Record {
 // the payload from 8 (its format belongs to the metadata item).
 class Locale : public Base {
  public:
-  Locale(IDataStore* store, unsigned offset) : Base(store, offset) {}
+  // Loads the table at `offset`; throws core::Exception "damaged record at offset N: ..." for a
+  // record that is not a table whose payload lies within it. A table that is not there loads
+  // empty.
+  Locale(IDataStore* store, unsigned offset);
   // Creates and writes an empty table.
   explicit Locale(IDataStore* store) : Base(store, 8, kLocale) { update(true); }
 

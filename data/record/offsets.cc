@@ -1,6 +1,14 @@
 #include "data/record/offsets.h"
 
+#include <string>
+
 namespace kestrine::platform::data::Record {
+
+Offsets::Offsets(IDataStore* store, unsigned offset) : Base(store, offset) {
+  if (used() == 0) return;
+  if (id() != kOffsets) damaged("a record of kind " + std::to_string(id()) + " where a list belongs");
+  if (used() < 4 || used() % 4 != 0) damaged("a list of " + std::to_string(used()) + " bytes");
+}
 
 void Offsets::add(unsigned value) {
   grow(4);

@@ -9,7 +9,9 @@ namespace kestrine::platform::data::Record {
 // 4 + 4n bytes for n entries. Every change is written at once.
 class Offsets : public Base {
  public:
-  Offsets(IDataStore* store, unsigned offset) : Base(store, offset) {}
+  // Loads the list at `offset`; throws core::Exception "damaged record at offset N: ..." for a
+  // record that is not a list of whole entries. A list that is not there loads empty.
+  Offsets(IDataStore* store, unsigned offset);
   // Creates and writes an empty list.
   explicit Offsets(IDataStore* store) : Base(store, 4, kOffsets) { update(true); }
 

@@ -16,7 +16,7 @@ class Primitive : public Property {
   static const unsigned kBase = 34;
   static const unsigned kValues = 38;
 
-  Primitive(IDataStore* store, unsigned offset) : Property(store, offset) {}
+  Primitive(IDataStore* store, unsigned offset) : Property(store, offset) { expect(kPrimitive); }
   // Creates and writes a primitive of `type` named `name` with no values.
   Primitive(IDataStore* store, std::uint32_t type, const wchar_t* name)
       : Property(store, 44 + wideBytes(name), kPrimitive) {

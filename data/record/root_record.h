@@ -11,7 +11,7 @@ class Root : public Entity {
  public:
   static const unsigned kName = 18;
 
-  Root(IDataStore* store, unsigned offset) : Entity(store, offset) {}
+  Root(IDataStore* store, unsigned offset) : Entity(store, offset) { expect(kRoot); }
   // Creates and writes a root named `name` with no children.
   Root(IDataStore* store, const wchar_t* name) : Entity(store, 24 + wideBytes(name), kRoot) {
     children(IDataStore::BADOFF);

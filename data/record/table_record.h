@@ -13,7 +13,7 @@ class Table : public Property {
   static const unsigned kName = 26;
   static const unsigned kBase = 30;
 
-  Table(IDataStore* store, unsigned offset) : Property(store, offset) {}
+  Table(IDataStore* store, unsigned offset) : Property(store, offset) { expect(kTable); }
   // Creates and writes a table named `name` with no members and no defaults.
   Table(IDataStore* store, const wchar_t* name) : Property(store, 36 + wideBytes(name), kTable) {
     children(IDataStore::BADOFF);

@@ -3,6 +3,7 @@
 #include <cwchar>
 
 #include "data/record/offsets.h"
+#include "data/tree/descent.h"
 #include "data/tree/primitive.h"
 
 namespace kestrine::platform::data::Schema {
@@ -64,6 +65,7 @@ unsigned Comparator::compare(Entity& candidate, Entity& definition) {
 unsigned Comparator::match() {
   Entity& definition = *definitions_.back();
   if (definition.kind() != Record::kTable) return 0;
+  Metadata::Descent level(definition.offset());
   for (; definition.cursor() < definition.children(); definition.advance()) {
     Entity member(definition.store(), definition.child(definition.cursor()));
     if (find(member) == 0) return 0;

@@ -5,6 +5,7 @@
 #include "data/record/offsets.h"
 #include "data/schema/schema_impl.h"
 #include "data/schema/schema_locator_impl.h"
+#include "data/tree/descent.h"
 #include "data/tree/logic.h"
 #include "data/tree/primitive.h"
 
@@ -80,6 +81,7 @@ void Layout::add(Field* field) {
 
 void Layout::layout(SchemaLocatorImpl* locator, const WideString& prefix, Metadata::Set* set) {
   IDataStore* store = set->store();
+  Metadata::Descent level(set->offset());
   // Every entry of the children list, in its order, whether the name index holds it or not.
   const Record::Offsets children(store, set->children());
   for (unsigned i = 0; i < children.items(); ++i) {

@@ -6,6 +6,7 @@
 
 #include "data/record/entity.h"
 #include "data/record/locale.h"
+#include "data/tree/descent.h"
 #include "data/tree/pooled_buffer.h"
 #include "kestrine/platform/core/memory.h"
 
@@ -110,6 +111,7 @@ void Item::path(WideString& out) const {
     // The root's name is never part of a path; a record that is not an entity cannot be on
     // a parent chain and ends it too.
     if (kind != Record::kPrimitive && kind != Record::kTable && kind != Record::kContainer) break;
+    Descent::check(current, names.size());
     Record::Entity record(store_, current);
     names.push_back(record.name());
     current = record.parent();

@@ -13,6 +13,7 @@
 // layer above; removing, checking and copying them goes through Design::Logic, and dotted
 // look-ups through the schema finder. These are the only upward calls of this layer.
 #include "data/tree/definition_chain.h"
+#include "data/tree/descent.h"
 #include "data/tree/finder.h"
 #include "data/tree/logic.h"
 
@@ -185,6 +186,7 @@ bool Set::rename(const wchar_t* old, const wchar_t* name) {
 void Set::hide(unsigned offset) {
   Record::tType kind = Record::peek(store_, offset);
   if (!childKind(kind)) return;
+  Descent level(offset);
   ParentRecord record(store_, offset);
   if (kind != Record::kPrimitive && record.children() != IDataStore::BADOFF) {
     Record::Offsets list(store_, record.children());
@@ -210,6 +212,7 @@ void Set::inherit(IDataStore* source, unsigned offset) {
 unsigned Set::duplicate(IDataStore* target, unsigned parent) const {
   unsigned children = state().children;
   if (children == IDataStore::BADOFF) return IDataStore::BADOFF;
+  Descent level(offset_);
   Record::Offsets list(store_, children);
   Record::Offsets copies(target);
   for (unsigned i = 0, n = list.items(); i < n; ++i) {
@@ -229,6 +232,7 @@ unsigned Set::duplicate(IDataStore* target, unsigned parent) const {
 }
 
 bool Set::unreferenced() {
+  Descent level(offset_);
   for (unsigned child : state().names.offsets()) {
     Design::Logic logic(store_, child, false);
     if (opened(logic) && !logic->unreferenced()) return false;
@@ -251,6 +255,7 @@ void Set::update() {
 void Set::cleanup() {
   SetIndex& index = state();
   if (index.children == IDataStore::BADOFF) return;
+  Descent level(offset_);
   // Each name leaves the index as its child goes, so a failure midway leaves the index
   // naming exactly the children that are still there.
   for (unsigned child : index.names.offsets()) {

@@ -1,6 +1,7 @@
 #include "data/xml/xml_rendering_logic.h"
 
 #include "data/tree/container.h"
+#include "data/tree/descent.h"
 #include "data/tree/primitive.h"
 #include "data/xml/xml_container.h"
 #include "data/xml/xml_primitive.h"
@@ -37,6 +38,7 @@ void XMLRenderingLogic::translate(unsigned offset) {
 
 void XMLRenderingLogic::start(unsigned offset, std::deque<tOpen>& open) {
   if (offset == IDataStore::BADOFF) return;
+  Metadata::Descent::check(offset, open.size());
   open.emplace_back(store_, offset);
   Design::Logic& logic = open.back().logic;
   Metadata::Item* item = logic ? logic.operator->() : nullptr;
