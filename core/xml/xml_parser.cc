@@ -129,6 +129,11 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
   Impl& impl = *impl_;
   impl.parser = parser;
   impl.failure = nullptr;
+  // The expat parser goes with this call, however it ends; line() and column() then say 0.
+  struct Forget {
+    Impl& impl;
+    ~Forget() { impl.parser = nullptr; }
+  } forget{impl};
   XML_SetReturnNSTriplet(parser, XML_TRUE);
   XML_SetUserData(parser, &impl);
   XML_SetElementHandler(parser, &Impl::onStart, &Impl::onEnd);
@@ -148,6 +153,14 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
     }
     if (last) return;
   }
+}
+
+unsigned long XMLParser::line() const {
+  return impl_->parser != nullptr ? XML_GetCurrentLineNumber(impl_->parser) : 0;
+}
+
+unsigned long XMLParser::column() const {
+  return impl_->parser != nullptr ? XML_GetCurrentColumnNumber(impl_->parser) + 1 : 0;
 }
 
 }  // namespace kestrine::platform::core::xml

@@ -14,6 +14,9 @@ namespace {
 
 // Output is handed to the writer in pieces of about this size.
 constexpr std::size_t kFlushBytes = 64 * 1024;
+// Indentation stops growing at this depth: a chain of a hundred thousand elements would
+// otherwise write gigabytes of spaces.
+constexpr std::size_t kIndentLevels = 64;
 
 // The characters an XML 1.0 document can carry at all (production Char).
 bool isXMLChar(char32_t c) {
@@ -120,7 +123,7 @@ struct XMLSerializer::Impl {
 
   void newLine(std::size_t depth) {
     buffer += '\n';
-    buffer.append(2 * depth, ' ');
+    buffer.append(2 * std::min(depth, kIndentLevels), ' ');
   }
 };
 
@@ -165,6 +168,7 @@ void XMLSerializer::startElement(const wchar_t* name) {
   appendName(impl.open.back().name, name);
   impl.buffer += '<';
   impl.buffer += impl.open.back().name;
+  impl.flushIfLarge();
 }
 
 void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
@@ -177,6 +181,7 @@ void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
   impl.buffer += "=\"";
   if (value != nullptr) appendEscaped(impl.buffer, value, std::wcslen(value), Context::kAttribute);
   impl.buffer += '"';
+  impl.flushIfLarge();
 }
 
 void XMLSerializer::characters(const wchar_t* text) {

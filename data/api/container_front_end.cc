@@ -1,11 +1,17 @@
+#include <sparsehash/dense_hash_set>
+
+#include <vector>
+
 #include "data/api/container_impl.h"
 #include "data/api/handles.h"
 #include "data/api/item_operations.h"
-#include "data/tree/lock.h"
-#include "data/tree/finder.h"
-#include "data/tree/logic.h"
-#include "data/tree/root.h"
 #include "data/record/base.h"
+#include "data/tree/finder.h"
+#include "data/tree/lock.h"
+#include "data/tree/logic.h"
+#include "data/tree/primitive.h"
+#include "data/tree/root.h"
+#include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/thread.h"
 
 namespace kestrine::platform::data::structure {
@@ -83,6 +89,61 @@ bool IContainerFrontEnd::children(IDataStore* store, WideString path,
     if (handles.container || handles.property) visit(handles);
   }
   return true;
+}
+
+namespace {
+
+// Loads everything of the record at `offset` that a reader may touch, and lists its children
+// on `pending`.
+void load(IDataStore* store, unsigned offset, std::vector<unsigned>& pending) {
+  Design::Logic logic(store, offset, false);
+  if (!logic) {
+    throw core::Exception("damaged record at offset " + std::to_string(offset) +
+                          ": no record of a kind the tree holds");
+  }
+  Metadata::Item* item = logic.operator->();
+  WideString text, locale;
+  for (unsigned i = 0, count = item->locales(); i < count; ++i)
+    item->locale(i, text, locale);
+  if (logic.kind() == Record::kPrimitive) {
+    auto* primitive = static_cast<Design::Primitive*>(item);
+    std::vector<char> values(primitive->valuesize());
+    primitive->get(values.data(), 0, primitive->dimension());
+  }
+  if (Metadata::Set* set = logic.set()) {
+    for (unsigned i = 0; i < set->items(); ++i)
+      pending.push_back(set->at(i));
+  }
+}
+
+}  // namespace
+
+unsigned IContainerFrontEnd::check(IDataStore* store,
+                                   const std::function<void(const std::string&)>& damaged) {
+  if (store == nullptr) return 0;
+  Metadata::Lock lock(store);
+  if (store->used() == 0) return 0;
+  unsigned failures = 0;
+  google::dense_hash_set<unsigned> seen;
+  seen.set_empty_key(IDataStore::BADOFF);
+  // A stack of its own rather than recursion: a damaged list may lead anywhere, and a tree
+  // may be deeper than the stack.
+  std::vector<unsigned> pending{0};
+  while (!pending.empty()) {
+    const unsigned offset = pending.back();
+    pending.pop_back();
+    try {
+      if (offset == IDataStore::BADOFF || !seen.insert(offset).second) {
+        throw core::Exception("damaged record at offset " + std::to_string(offset) +
+                              ": listed twice in the tree, or in a cycle");
+      }
+      load(store, offset, pending);
+    } catch (const core::Exception& error) {
+      ++failures;
+      damaged(error.what());
+    }
+  }
+  return failures;
 }
 
 }  // namespace kestrine::platform::data::structure

@@ -2,6 +2,7 @@
 #define KPL_DATA_SCHEMA_LAYOUT_H_
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "data/tree/name_index.h"
@@ -41,10 +42,15 @@ class Layout : public metadata::IStructLayout {
     tField view_;
   };
 
+  // What the constructor throws when the layout would hold more fields than the locator's
+  // limit.
+  struct TooLarge {};
+
   // Lays out `definition`, a fully loaded table of `path`, and takes ownership of it (also
   // when construction fails). Struct members resolve their bases through `locator`, which
   // may therefore build further layouts on this thread; without a locator they are left out.
-  // Store and allocation failures pass through.
+  // Throws TooLarge past the locator's field limit; store and allocation failures pass
+  // through.
   Layout(SchemaLocatorImpl* locator, const wchar_t* path, Metadata::Set* definition);
   // Destroys the fields and the definition. A store failure while the definition drops its
   // reference count cannot leave a destructor of the public interface; it is dropped, and the
@@ -75,11 +81,14 @@ class Layout : public metadata::IStructLayout {
     void operator()(Metadata::Set* set) const noexcept;
   };
 
-  // Appends the fields of every member of `set`, each named `prefix` + its name.
-  void layout(SchemaLocatorImpl* locator, const core::string::WideString& prefix,
-              Metadata::Set* set);
+  // Appends the fields of every member of `set`, each named `prefix` + its name. `prefix` is
+  // the walk's one name buffer; it is left as it was found.
+  void layout(SchemaLocatorImpl* locator, std::wstring& prefix, Metadata::Set* set);
   // Appends `count` copies of the fields of `sub`, one per struct element.
-  void expand(const core::string::WideString& member, const Layout& sub, unsigned count);
+  void expand(const std::wstring& member, const Layout& sub, unsigned count);
+  // Adds one field or table with a name of `characters` to the cost, and throws TooLarge past
+  // the limit.
+  void charge(unsigned long long characters);
 
   // Declared first so that it is owned before anything else can fail.
   std::unique_ptr<Metadata::Set, tQuietDelete> definition_;
@@ -88,6 +97,11 @@ class Layout : public metadata::IStructLayout {
   std::vector<std::unique_ptr<Field>> fields_;
   unsigned stride_;
   unsigned values_;
+  // The most the layout may cost, 0 for no limit: a field or nested table costs one, and one
+  // more for every kCharactersPerField characters of its name.
+  static constexpr unsigned kCharactersPerField = 64;
+  const unsigned long long limit_;
+  unsigned long long cost_;
 };
 
 }  // namespace kestrine::platform::data::Schema

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cwchar>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "data/record/base.h"
@@ -16,7 +17,12 @@ ISchemaLocator::~ISchemaLocator() = default;
 
 core::memory::SharedPtr<ISchemaLocator> ISchemaLocator::make(
     core::storage::datastore::IDataStore* store) {
-  core::memory::SharedPtr<ISchemaLocator> locator(new Schema::SchemaLocatorImpl());
+  return make(store, 0);
+}
+
+core::memory::SharedPtr<ISchemaLocator> ISchemaLocator::make(
+    core::storage::datastore::IDataStore* store, unsigned fieldLimit) {
+  core::memory::SharedPtr<ISchemaLocator> locator(new Schema::SchemaLocatorImpl(fieldLimit));
   if (store != nullptr) locator->push(store);
   return locator;
 }
@@ -70,7 +76,7 @@ bool SchemaLocatorImpl::_tPathKernel::equal(const wchar_t* const& a, const wchar
   return std::wcscmp(a, b) == 0;
 }
 
-SchemaLocatorImpl::SchemaLocatorImpl() = default;
+SchemaLocatorImpl::SchemaLocatorImpl(unsigned fieldLimit) : fieldLimit_(fieldLimit) {}
 
 SchemaLocatorImpl::~SchemaLocatorImpl() {
   for (auto& entry : layouts_)
@@ -94,8 +100,11 @@ SharedPtr<SchemaImpl> SchemaLocatorImpl::schema(const WideString& uri) {
 
 void SchemaLocatorImpl::push(IDataStore* store) {
   if (store == nullptr) return;
-  tGuard walk(storesWalk_, true);
-  stores_.insert({store, true});
+  {
+    tGuard walk(storesWalk_, true);
+    stores_.insert({store, true});
+  }
+  forgetTooLarge();
 }
 
 bool SchemaLocatorImpl::pop(IDataStore* store) {
@@ -123,12 +132,27 @@ bool SchemaLocatorImpl::pop(IDataStore* store) {
     // Destroyed outside the bucket lock: dropping the definition writes to the store.
     delete layout;
   }
+  forgetTooLarge();
   return true;
 }
 
+bool SchemaLocatorImpl::tooLarge(WideString path) {
+  std::lock_guard<std::mutex> guard(tooLargeMutex_);
+  return tooLarge_.count(path.string()) != 0;
+}
+
+// The store set changed, so a path may now resolve to another definition.
+void SchemaLocatorImpl::forgetTooLarge() {
+  std::lock_guard<std::mutex> guard(tooLargeMutex_);
+  tooLarge_.clear();
+}
+
 void SchemaLocatorImpl::reset() {
-  tGuard walk(storesWalk_, true);
-  stores_.clear();
+  {
+    tGuard walk(storesWalk_, true);
+    stores_.clear();
+  }
+  forgetTooLarge();
 }
 
 bool SchemaLocatorImpl::cached(const wchar_t* path, SchemaImpl& schema) {
@@ -159,10 +183,14 @@ void SchemaLocatorImpl::build(const wchar_t* path, SchemaImpl& schema) {
   const tDefinition found = locate(path);
   if (found.store == nullptr) return;
   std::unique_ptr<Layout> layout;
-  {
+  try {
     Building building(this, path);
     // The layout owns the table as soon as it is constructed, and frees it if that fails.
     layout.reset(new Layout(this, path, new Design::Table(found.store, found.offset, false)));
+  } catch (const Layout::TooLarge&) {
+    std::lock_guard<std::mutex> guard(tooLargeMutex_);
+    tooLarge_.insert(path);
+    return;
   }
   tGuard walk(layoutsWalk_, false);
   tLayouts::accessor entry;

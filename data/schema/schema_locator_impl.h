@@ -2,6 +2,9 @@
 #define KPL_DATA_SCHEMA_SCHEMA_LOCATOR_IMPL_H_
 
 #include <cstddef>
+#include <mutex>
+#include <set>
+#include <string>
 #include <utility>
 
 #include <oneapi/tbb/concurrent_hash_map.h>
@@ -46,7 +49,8 @@ class SchemaLocatorImpl : public metadata::ISchemaLocator {
     static bool equal(const wchar_t* const& a, const wchar_t* const& b);
   };
 
-  SchemaLocatorImpl();
+  // `fieldLimit`: the most fields a layout may hold, struct members expanded; 0 for no limit.
+  explicit SchemaLocatorImpl(unsigned fieldLimit = 0);
   // Destroys every cached layout. No other thread may use the locator any more.
   ~SchemaLocatorImpl() override;
   SchemaLocatorImpl(const SchemaLocatorImpl&) = delete;
@@ -68,7 +72,12 @@ class SchemaLocatorImpl : public metadata::ISchemaLocator {
   bool pop(IDataStore* store) override;
   void reset() override;
 
+  unsigned fieldLimit() const override { return fieldLimit_; }
+  bool tooLarge(core::string::WideString path) override;
+
  private:
+  void forgetTooLarge();
+
   using tLayouts =
       tbb::concurrent_hash_map<const wchar_t*, Layout*, _tPathKernel,
                                tbb::tbb_allocator<std::pair<const wchar_t* const, Layout*>>>;
@@ -89,6 +98,9 @@ class SchemaLocatorImpl : public metadata::ISchemaLocator {
 
   tLayouts layouts_;
   tStores stores_;
+  const unsigned fieldLimit_;
+  std::mutex tooLargeMutex_;
+  std::set<std::wstring> tooLarge_;
   // A concurrent_hash_map may be walked only while nothing inserts, erases or (through a
   // lookup) rehashes a bucket. pop walks the cache holding layoutsWalk_ exclusively while every
   // other cache access holds it shared; resolve walks the store set holding storesWalk_ shared

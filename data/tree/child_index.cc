@@ -1,5 +1,6 @@
 #include "data/tree/child_index.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <iterator>
@@ -97,7 +98,9 @@ class ChildIndex::ProbeScope {
 ChildIndex::ChildIndex(unsigned expected) : map_(emptyMap(this, expected)) {}
 
 ChildIndex::Map ChildIndex::emptyMap(const ChildIndex* index, unsigned expected) {
-  Map map(expected, Hash{index}, Equal{index});
+  // Sized for at least one entry: with none expected, sparsehash starts at 32 buckets, which
+  // every open set of a deep tree would pay for.
+  Map map(std::max(expected, 1u), Hash{index}, Equal{index});
   map.set_empty_key(kEmpty);
   map.set_deleted_key(kDeleted);
   return map;

@@ -165,22 +165,31 @@ void Item::setupLocales() {
 void Item::append(tName* name) {
   names_.push_back(name);
   const wchar_t* key = name->locale.string();
-  if (!reserved(key) && index_.find(key) == index_.end())
-    index_.insert({key, tSlot{static_cast<unsigned>(names_.size() - 1), name}});
+  if (reserved(key)) return;
+  NameIndex<tSlot>& index = this->index();
+  if (index.find(key) == index.end())
+    index.insert({key, tSlot{static_cast<unsigned>(names_.size() - 1), name}});
+}
+
+NameIndex<Item::tSlot>& Item::index() {
+  if (!index_) index_ = std::make_unique<NameIndex<tSlot>>();
+  return *index_;
 }
 
 unsigned Item::localize(const wchar_t* locale) {
   if (locale_ == IDataStore::BADOFF || locale == nullptr) return kAbsent;
-  if (index_.empty()) setupLocales();
-  auto found = index_.find(locale);
-  return found == index_.end() ? kAbsent : found->second.position;
+  if (unindexed()) setupLocales();
+  if (!index_) return kAbsent;
+  auto found = index_->find(locale);
+  return found == index_->end() ? kAbsent : found->second.position;
 }
 
 unsigned Item::localize(const wchar_t* text, const wchar_t* locale) {
   if (locale == nullptr || reserved(locale)) return kAbsent;
-  if (index_.empty() && locale_ != IDataStore::BADOFF) setupLocales();
-  auto found = index_.find(locale);
-  if (found == index_.end()) {
+  if (unindexed() && locale_ != IDataStore::BADOFF) setupLocales();
+  NameIndex<tSlot>& index = this->index();
+  auto found = index.find(locale);
+  if (found == index.end()) {
     if (text == nullptr) return kAbsent;  // nothing to remove
     std::unique_ptr<tName> name(new tName);
     name->locale = locale;
@@ -198,7 +207,7 @@ unsigned Item::localize(const wchar_t* text, const wchar_t* locale) {
   }
   // The later entries move down in the list, but their indexed positions are left as they
   // are until the names are next loaded from the store.
-  index_.erase(found);
+  index.erase(found);
   names_.erase(std::find(names_.begin(), names_.end(), slot.name));
   delete slot.name;
   return slot.position;
@@ -206,15 +215,15 @@ unsigned Item::localize(const wchar_t* text, const wchar_t* locale) {
 
 unsigned Item::locales() {
   if (locale_ == IDataStore::BADOFF) return 0;
-  if (index_.empty()) setupLocales();
-  return static_cast<unsigned>(index_.size());
+  if (unindexed()) setupLocales();
+  return index_ ? static_cast<unsigned>(index_->size()) : 0;
 }
 
 void Item::locale(unsigned i, WideString& text, WideString& locale) {
   text.clear();
   locale.clear();
   if (locale_ == IDataStore::BADOFF) return;
-  if (index_.empty()) setupLocales();
+  if (unindexed()) setupLocales();
   if (i >= names_.size()) return;  // a stale position past the end reads nothing
   text = names_[i]->text;
   locale = names_[i]->locale;

@@ -2,6 +2,7 @@
 #define KPL_DATA_TREE_ITEM_H_
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "data/tree/name_index.h"
@@ -111,8 +112,13 @@ class Item {
   void append(tName* name);
   void writeBack();
   void dropNames();
+  // The locale index, made on first use: most items have no localized names, and an index
+  // holds a table of 32 buckets however few names it has, which for the items a deep
+  // parse keeps open adds up.
+  NameIndex<tSlot>& index();
+  bool unindexed() const { return !index_ || index_->empty(); }
 
-  NameIndex<tSlot> index_;
+  std::unique_ptr<NameIndex<tSlot>> index_;
   std::vector<tName*> names_;
   bool modified_;
 };

@@ -212,4 +212,34 @@ bool scanNumber(metadata::tValue type, const char* text, char* element) {
   return conversion != nullptr && conversion->scan(text, element);
 }
 
+bool fitsElement(metadata::tValue type, const char* text, const char* element) {
+  std::int32_t asInt;
+  std::uint32_t asUnsigned;
+  std::memcpy(&asInt, element, 4);
+  std::memcpy(&asUnsigned, element, 4);
+  text = skipSpace(text);
+  const bool wrapped = *text == '-' && asUnsigned != 0;
+  switch (type) {
+    case metadata::kBool:
+      return asInt == 0 || asInt == 1;
+    case metadata::kInt8:
+      return asInt >= -128 && asInt <= 127;
+    case metadata::kInt16:
+      return asInt >= -32768 && asInt <= 32767;
+    case metadata::kUInt8:
+      return asUnsigned <= 0xFF && !wrapped;
+    case metadata::kUInt16:
+      return asUnsigned <= 0xFFFF && !wrapped;
+    case metadata::kUInt32:
+      return !wrapped;
+    case metadata::kUInt64: {
+      std::uint64_t value;
+      std::memcpy(&value, element, 8);
+      return !(*text == '-' && value != 0);
+    }
+    default:
+      return true;
+  }
+}
+
 }  // namespace kestrine::platform::data::Values

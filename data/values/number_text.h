@@ -60,6 +60,13 @@ std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out
 // mark has no digits ("1e", "1e+"); "inf", "nan" and hexadecimal are never read.
 bool scanNumber(metadata::tValue type, const char* text, char* element);
 
+// Whether the number that scanNumber read from `text` into `element` is kept as written: bool,
+// int8 and int16 are read as an int of which only the low bytes are kept, uint8 and uint16
+// as an unsigned int likewise, and the unsigned types take a minus sign by wrapping around
+// ("300" as an int8 keeps 44, "2" as a bool stays 2 but is written back as 1, "-1" as a
+// uint32 keeps 4294967295). True for the other types.
+bool fitsElement(metadata::tValue type, const char* text, const char* element);
+
 }  // namespace kestrine::platform::data::Values
 
 #endif  // KPL_DATA_VALUES_NUMBER_TEXT_H_

@@ -59,10 +59,15 @@ bool Element::set(Metadata::Item* item, const char* text) {
   return localize(item, text);
 }
 
+void Element::close(Metadata::Item*) {}
+
 bool Element::sub(const char* name, const char** attributes) {
   if (substate_ != kNoSub) return false;
   if (std::strcmp(name, "val") == 0) {
     substate_ = kValSub;
+    // Only a primitive takes the text of a "val"; elsewhere the state stays and blocks.
+    if (type() != Record::kPrimitive)
+      remark(L"a val is dropped here, and no later name of this kind of element is read");
     return true;
   }
   if (std::strcmp(name, "name") == 0) return acceptName(attributes);
@@ -101,7 +106,8 @@ Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tA
     case kRefuse:
       return nullptr;
     case kAdd:
-      set->add(child->offset());
+      if (!set->add(child->offset()))
+        remark(L"", child->tag(), L" is held already: this one is read but dropped");
       return child;
     case kAddOrFail:
       return set->add(child->offset()) ? child : nullptr;
@@ -113,8 +119,16 @@ Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tA
   if (Record::peek(store_, existing) != kind) return nullptr;
   std::unique_ptr<Metadata::Item> found = reopen(store_, existing, kind);
   if (!equivalent(found.get(), child, kind)) return nullptr;
+  remark(L"merged into the earlier ", child->tag(), L"");
   found->show();
   return found.release();
+}
+
+void Element::remark(const wchar_t* before, const WideString& quoted, const wchar_t* after) const {
+  if (remarks_ == nullptr) return;
+  WideString text(before);
+  text.append(L"'").append(quoted).append(L"'").append(after);
+  remarks_->remark(text);
 }
 
 const char* Element::mandatory(const char** attributes) {
@@ -133,6 +147,10 @@ bool Element::acceptName(const char** attributes) {
 
 bool Element::localize(Metadata::Item* item, const char* text) {
   if (substate_ != kNameSub) return false;
+  if (text == nullptr) {
+    substate_ = kNoSub;
+    return true;
+  }
   WideString name = StringAlgorithm::UTF8Decode(text);
   WideString locale = StringAlgorithm::UTF8Decode(locale_.c_str());
   // string(), never null: a null text would remove the locale instead of naming it.

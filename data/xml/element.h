@@ -6,6 +6,7 @@
 
 #include "data/tree/set.h"
 #include "data/units/units_dictionary.h"
+#include "data/xml/remarks.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/core/xml.h"
@@ -56,8 +57,11 @@ class Element {
   // Gives the element's (or its open sub-element's) text, UTF-8, to `item`. Here: the text
   // of an open "name" becomes the localized name for its locale (true); anything else is
   // refused (false), a "val" included, whose state then stays, so that the handler refuses
-  // every later sub-element.
+  // every later sub-element. A null `text` (dropped for its size) sets nothing, but ends an
+  // open sub-element all the same.
   virtual bool set(Metadata::Item* item, const char* text);
+  // The element of `item` has ended: its text and sub-elements are all given. Nothing here.
+  virtual void close(Metadata::Item* item);
   // Accepts an unregistered child element as a sub-element (true) or refuses it. Here:
   // "val", or "name" with its "locale" attribute ("en-us" when absent), while no other
   // sub-element is pending.
@@ -69,14 +73,16 @@ class Element {
 
   // Why the last open or nest returned null.
   const WideString& message() const { return message_; }
+  // Where a thorough parse takes the handler's remarks; null (the default) for none.
+  void remarks(Remarks* remarks) { remarks_ = remarks; }
   // The current sub-state (see tSubState).
   std::int32_t substate() const { return substate_; }
 
   // The value of the first attribute named exactly `name`; null when there is none.
   static const char* find(const char* name, const char** attributes);
   // Writes one element of a numeric type (7 to 23) read from `value` as text into `out`
-  // (Values::kNumberTextSize characters); false, writing nothing, for any other type. Vector and matrix
-  // elements are one double component each.
+  // (Values::kNumberTextSize characters); false, writing nothing, for any other type. Vector and
+  // matrix elements are one double component each.
   static bool print(metadata::tValue type, const char* value, wchar_t* out);
   // Reads one token as an element of a numeric type into `value` (8 bytes): an int for
   // bool, int8, int16 and int32 and an unsigned int for the unsigned types up to 32 bits,
@@ -111,9 +117,15 @@ class Element {
   // Applies the text of an open "name" sub-element; false when none is open.
   bool localize(Metadata::Item* item, const char* text);
   // Applies "optional" (only the exact value "true" counts) and, when a locator is given,
-  // "class": the schema of that name is inherited; an unknown one is ignored.
+  // "class": the schema of that name is inherited; an unknown one is ignored (and remarked).
   template <class Logic>
-  static void derive(Logic* logic, const char** attributes, metadata::ISchemaLocator* locator);
+  void derive(Logic* logic, const char** attributes, metadata::ISchemaLocator* locator);
+  // Tells a thorough parse what is passed over; nothing in a lenient one.
+  void remark(const WideString& text) const {
+    if (remarks_ != nullptr) remarks_->remark(text);
+  }
+  // The same for a text of the document, within quotes: "<before>'<quoted>'<after>".
+  void remark(const wchar_t* before, const WideString& quoted, const wchar_t* after) const;
 
   // Starts element `tag` with the item's "name" attribute.
   static void begin(core::xml::XMLSerializer* writer, const wchar_t* tag, Metadata::Item* item);
@@ -124,6 +136,7 @@ class Element {
   static void names(Metadata::Item* item, core::xml::XMLSerializer* writer);
 
   IDataStore* store_;
+  Remarks* remarks_ = nullptr;
   WideString message_;
   std::int32_t substate_;
   // The locale of the open "name" sub-element.
@@ -135,10 +148,15 @@ void Element::derive(Logic* logic, const char** attributes, metadata::ISchemaLoc
   const char* optional = find("optional", attributes);
   if (optional != nullptr && std::string(optional) == "true") logic->on(0x01);
   const char* base = find("class", attributes);
-  if (base == nullptr || locator == nullptr) return;
-  core::memory::SharedPtr<metadata::ISchema> schema =
-      locator->resolve(core::string::StringAlgorithm::UTF8Decode(base));
-  if (schema) logic->inherit(schema.get());
+  if (base == nullptr) return;
+  core::memory::SharedPtr<metadata::ISchema> schema;
+  if (locator != nullptr)
+    schema = locator->resolve(core::string::StringAlgorithm::UTF8Decode(base));
+  if (schema)
+    logic->inherit(schema.get());
+  else
+    remark(L"class ", core::string::StringAlgorithm::UTF8Decode(base),
+           L" does not resolve: nothing is inherited");
 }
 
 }  // namespace kestrine::platform::data::XML

@@ -102,8 +102,8 @@ std::wstring PrimitiveText::numbers(Design::Primitive& primitive, Values::FloatD
   return out;
 }
 
-metadata::IStructLayout* PrimitiveText::layout(
-    Design::Primitive& primitive, core::memory::SharedPtr<metadata::ISchema>& schema) {
+metadata::IStructLayout* PrimitiveText::layout(Design::Primitive& primitive,
+                                               core::memory::SharedPtr<metadata::ISchema>& schema) {
   if (locator_ == nullptr || primitive.base() == nullptr) return nullptr;
   schema = locator_->resolve(primitive.base());
   return schema ? schema->layout() : nullptr;
@@ -120,8 +120,8 @@ bool PrimitiveText::structs(Design::Primitive& primitive, Values::FloatDigits di
              [&](metadata::tValue type, std::size_t position, unsigned) {
                // A component without a number form (a string member) reads back as zero.
                bool fits = position + Design::Primitive::stride(type) <= values.size();
-               appendToken(out, fits && Values::printNumber(type, values.data() + position,
-                                                            number, digits) != 0
+               appendToken(out, fits && Values::printNumber(type, values.data() + position, number,
+                                                            digits) != 0
                                     ? number
                                     : L"0");
                return true;
@@ -129,34 +129,61 @@ bool PrimitiveText::structs(Design::Primitive& primitive, Values::FloatDigits di
   return true;
 }
 
-void PrimitiveText::read(Design::Primitive& primitive, const char* text, bool append) {
+void PrimitiveText::read(Design::Primitive& primitive, const char* text, bool append,
+                         const tWatch& watch) {
   if (text == nullptr || primitive.uri() != nullptr) return;
   switch (Values::traits(primitive.valuetype()).text) {
     case tTextForm::kBase64: {
       std::vector<unsigned char> bytes;
       StringAlgorithm::DecodeBase64(text, std::strlen(text), bytes);
-      if (!bytes.empty())
+      if (!bytes.empty() && fits(bytes.size(), watch))
         primitive.set(reinterpret_cast<const char*>(bytes.data()), 0,
                       static_cast<unsigned>(bytes.size()));
       break;
     }
     case tTextForm::kStrings: {
       WideString string = StringAlgorithm::UTF8Decode(text);
-      primitive.set(reinterpret_cast<const char*>(string.string()),
-                    append ? primitive.dimension() : 0, string.length() + 1);
+      const unsigned long long held = primitive.dimension() + appended_.size();
+      const unsigned width = Design::Primitive::stride(primitive.valuetype());
+      if (append) {
+        if (fits((held + string.length() + 1) * width, watch))
+          appended_.append(string.string(), string.length() + 1);
+        break;
+      }
+      finish(primitive);
+      if (fits(std::max(string.length() + 1ull, held) * width, watch))
+        primitive.set(reinterpret_cast<const char*>(string.string()), 0, string.length() + 1);
       break;
     }
     case tTextForm::kNumbers:
       split(text);
-      readNumbers(primitive);
+      readNumbers(primitive, watch);
       break;
     case tTextForm::kStruct:
       split(text);
-      readStructs(primitive);
+      readStructs(primitive, watch);
       break;
     case tTextForm::kNone:
       break;
   }
+}
+
+void PrimitiveText::finish(Design::Primitive& primitive) {
+  if (appended_.empty()) return;
+  std::wstring strings;
+  strings.swap(appended_);
+  primitive.set(reinterpret_cast<const char*>(strings.data()), primitive.dimension(),
+                static_cast<unsigned>(strings.size()));
+}
+
+bool PrimitiveText::fits(unsigned long long bytes, const tWatch& watch) {
+  if (watch.limit == 0 || bytes <= watch.limit) return true;
+  if (watch.remarks != nullptr)
+    watch.remarks->remark((L"the values would take " + std::to_wstring(bytes) +
+                           L" bytes, more than the limit of " + std::to_wstring(watch.limit) +
+                           L": they are not read")
+                              .c_str());
+  return false;
 }
 
 void PrimitiveText::split(const char* text) {
@@ -182,39 +209,72 @@ void PrimitiveText::split(const char* text) {
   }
 }
 
-void PrimitiveText::readNumbers(Design::Primitive& primitive) {
+void PrimitiveText::readNumbers(Design::Primitive& primitive, const tWatch& watch) {
   // Setting token by token would write the record once per token, each time whole; the
   // array is assembled here instead and written once, with the same result.
   metadata::tValue type = primitive.valuetype();
   unsigned width = Design::Primitive::stride(type);
   unsigned held = primitive.dimension();
+  if (!fits(std::max<unsigned long long>(held, tokens_.size()) * width, watch)) return;
   values_.assign(std::max<std::size_t>(held, tokens_.size()) * width, 0);
   if (held > 0) primitive.get(values_.data(), 0, held);
   unsigned end = 0;
   for (unsigned i = 0; i < tokens_.size(); ++i) {
     char value[8];
-    if (!Values::scanNumber(type, tokens_[i], value)) continue;
+    if (!Values::scanNumber(type, tokens_[i], value)) {
+      // The empty token that trailing whitespace makes holds no number to lose.
+      if (watch.remarks != nullptr && *tokens_[i] != '\0')
+        remarkToken(watch, type, tokens_[i], nullptr);
+      continue;
+    }
+    if (watch.remarks != nullptr && !Values::fitsElement(type, tokens_[i], value))
+      remarkToken(watch, type, tokens_[i], value);
     std::memcpy(values_.data() + std::size_t(i) * width, value, width);
     end = i + 1;
   }
   if (end > 0) primitive.set(values_.data(), 0, std::max(end, held));
 }
 
-void PrimitiveText::readStructs(Design::Primitive& primitive) {
+// "'abc' is no int32: the element keeps its value", or "'300' does not fit an int8: it is
+// stored as 44".
+void PrimitiveText::remarkToken(const tWatch& watch, metadata::tValue type, const char* token,
+                                const char* stored) {
+  WideString text(L"'");
+  text.append(StringAlgorithm::UTF8Decode(token)).append(L"'");
+  WideString name = StringAlgorithm::UTF8Decode(Values::traits(type).name);
+  if (stored == nullptr) {
+    text.append(L" is no ").append(name).append(L" number: the element keeps its value");
+  } else {
+    wchar_t number[Values::kNumberTextSize];
+    Values::printNumber(type, stored, number, Values::FloatDigits::kSeven);
+    text.append(L" does not fit a ").append(name).append(L": it is stored as ").append(number);
+  }
+  watch.remarks->remark(text);
+}
+
+void PrimitiveText::readStructs(Design::Primitive& primitive, const tWatch& watch) {
   core::memory::SharedPtr<metadata::ISchema> schema;
   metadata::IStructLayout* layout = this->layout(primitive, schema);
   if (layout == nullptr || layout->values() == 0 || layout->fields() == 0) return;
   std::size_t count = tokens_.size() / layout->values();
   std::size_t bytes = count * layout->stride();
-  if (bytes == 0 || bytes > 0xFFFFFFFFu) return;
+  if (watch.remarks != nullptr && tokens_.size() % layout->values() != 0 && *tokens_.back() != '\0')
+    watch.remarks->remark((std::to_wstring(tokens_.size() % layout->values()) +
+                           L" tokens are left over: a struct of this type takes " +
+                           std::to_wstring(layout->values()))
+                              .c_str());
+  if (bytes == 0 || bytes > 0xFFFFFFFFu || !fits(bytes, watch)) return;
   values_.assign(bytes, 0);
   std::size_t token = 0;
   components(layout, count, [&](metadata::tValue type, std::size_t position, unsigned width) {
     if (token == tokens_.size()) return false;
     char value[8];
-    if (width <= sizeof value && position + width <= values_.size() &&
-        Values::scanNumber(type, tokens_[token], value))
+    bool read = width <= sizeof value && position + width <= values_.size() &&
+                Values::scanNumber(type, tokens_[token], value);
+    if (read)
       std::memcpy(values_.data() + position, value, width);
+    else if (watch.remarks != nullptr)
+      remarkToken(watch, type, tokens_[token], nullptr);
     ++token;
     return true;
   });

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "data/values/number_text.h"
+#include "data/xml/remarks.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::Design {
@@ -30,20 +31,39 @@ class PrimitiveText {
   // struct whose schema does not resolve.
   std::vector<std::wstring> write(Design::Primitive& primitive, Values::FloatDigits digits);
 
-  // Reads one block (UTF-8) into the primitive. A block of a text type replaces the values
-  // with its string, or with `append` is added after the strings held. Numbers are written
-  // from element 0 on, growing the array as needed; a token that does not read leaves its
-  // element as it was. Struct tokens make whole structs only, which replace the values.
-  // Nothing changes in URI mode, nor for a struct whose schema does not resolve.
-  void read(Design::Primitive& primitive, const char* text, bool append);
+  // What a reader of a document watches for: where to remark what it passes over (null for
+  // nowhere), and how many bytes a primitive's values may take (0: no limit).
+  struct tWatch {
+    Remarks* remarks = nullptr;
+    unsigned long long limit = 0;
+  };
+
+  // Reads one block (UTF-8) into the primitive. A block of a text type is written at element
+  // 0, or with `append` after the strings held: appended strings are kept here until
+  // finish(), since writing each to the record would copy all the values every time, which
+  // makes thousands of blocks take minutes. Numbers are written from element 0 on,
+  // growing the array as needed; a token that does not read leaves its element as it was.
+  // Struct tokens make whole structs only, written from element 0. Nothing changes in URI
+  // mode, nor for a struct whose schema does not resolve, nor when the values would take more
+  // than the limit. Remarks: tokens that are no number or do not fit the type, struct tokens
+  // left over, values over the limit.
+  void read(Design::Primitive& primitive, const char* text, bool append, const tWatch& watch);
+  // Writes the strings appended to `primitive` since the last call; the primitive's blocks
+  // are complete.
+  void finish(Design::Primitive& primitive);
 
  private:
   // Splits `text` into tokens_ at blanks, tabs, CRs and LFs: leading and repeated separators
   // make no token, the text after the last separator always makes one (empty after trailing
   // whitespace).
   void split(const char* text);
-  void readNumbers(Design::Primitive& primitive);
-  void readStructs(Design::Primitive& primitive);
+  void readNumbers(Design::Primitive& primitive, const tWatch& watch);
+  void readStructs(Design::Primitive& primitive, const tWatch& watch);
+  // False, with a remark, when `bytes` of values are over the limit.
+  static bool fits(unsigned long long bytes, const tWatch& watch);
+  // Remarks a token that is no number (`stored` null) or that was stored otherwise.
+  static void remarkToken(const tWatch& watch, metadata::tValue type, const char* token,
+                          const char* stored);
   std::wstring numbers(Design::Primitive& primitive, Values::FloatDigits digits);
   bool structs(Design::Primitive& primitive, Values::FloatDigits digits, std::wstring& out);
   metadata::IStructLayout* layout(Design::Primitive& primitive,
@@ -53,6 +73,8 @@ class PrimitiveText {
   std::string scratch_;
   std::vector<const char*> tokens_;
   std::vector<char> values_;
+  // Strings appended and not yet written, each with its terminator.
+  std::wstring appended_;
 };
 
 }  // namespace kestrine::platform::data::XML

@@ -31,8 +31,23 @@ namespace {
 void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic) {
   if (!reader->open()) return;
   core::xml::XMLParser parser(logic);
+  logic->locate(&parser);
   parser.parseDocument(reader);
+  logic->locate(nullptr);
   reader->close();
+}
+
+// Writes the subtree at `offset` as a document, under the caller's lock of the store.
+void render(IDataStore* store, core::io::IDataWriter* writer, metadata::ISchemaLocator* locator,
+            unsigned offset, bool inRoot) {
+  core::KPLUUID id;
+  core::xml::XMLSerializer serializer(id);
+  // The answer of open is not consulted: a writer that did not open fails on its own.
+  writer->open();
+  serializer.attach(writer);
+  XML::XMLRenderingLogic rendering(store, &serializer, locator, offset, inRoot);
+  serializer.detach();
+  writer->close();
 }
 
 // Passes reports on and counts them.
@@ -52,8 +67,9 @@ class CountingReporter : public IXMLFrontEnd::IErrorReporter {
 
 // The logic object behind a primitive handle of this library; null for any other.
 Design::Primitive* logicOf(metadata::IPrimitive* primitive) {
-  auto* property =
-      primitive != nullptr ? dynamic_cast<metadata::PropertyImpl*>(primitive->container()) : nullptr;
+  auto* property = primitive != nullptr
+                       ? dynamic_cast<metadata::PropertyImpl*>(primitive->container())
+                       : nullptr;
   return property != nullptr ? dynamic_cast<Design::Primitive*>(property->logic()) : nullptr;
 }
 
@@ -91,20 +107,14 @@ void IXMLFrontEnd::parse(structure::IContainer* target, core::io::IDataReader* r
 
 void IXMLFrontEnd::serialize(IDataStore* store, core::io::IDataWriter* writer,
                              metadata::ISchemaLocator* locator, unsigned int offset) {
-  core::KPLUUID id;
-  core::xml::XMLSerializer serializer(id);
-  // The answer of open is not consulted: a writer that did not open fails on its own.
-  writer->open();
-  serializer.attach(writer);
   Metadata::Lock lock(store);
-  XML::XMLRenderingLogic rendering(store, &serializer, locator, offset);
-  serializer.detach();
-  writer->close();
+  render(store, writer, locator, offset, false);
 }
 
 IXMLFrontEnd::tImport IXMLFrontEnd::import(IDataStore* store, core::io::IDataReader* reader,
                                            metadata::ISchemaLocator* locator,
-                                           IErrorReporter* reporter) {
+                                           IErrorReporter* reporter,
+                                           const tImportOptions& options) {
   tImport result;
   Metadata::Lock lock(store);
   std::optional<Metadata::Root> root;
@@ -117,31 +127,34 @@ IXMLFrontEnd::tImport IXMLFrontEnd::import(IDataStore* store, core::io::IDataRea
     store->version(structure::IContainerFrontEnd::version());
   }
   CountingReporter counting(reporter);
-  XML::ParsingOptions options;
-  options.exclusiveRoot = true;
+  XML::ParsingOptions parsing;
+  parsing.exclusiveRoot = true;
+  parsing.thorough = options.thorough;
+  parsing.depthLimit = options.depthLimit;
+  parsing.valueLimit = options.valueLimit;
   try {
-    XML::XMLParsingLogic logic(store, root ? &*root : nullptr, locator, &counting, options);
+    XML::XMLParsingLogic logic(store, root ? &*root : nullptr, locator, &counting, parsing);
     tokenize(reader, &logic);
   } catch (const XML::XMLRoot::NameTaken& taken) {
     result.refused = kNameTaken;
     result.name = taken.name;
   }
+  // Records without a root would refuse every later import.
+  if (!root && result.refused == kNotRefused && Record::peek(store, 0) != Record::kRoot)
+    result.refused = kNoRoot;
   result.reports = counting.count();
   return result;
 }
 
 bool IXMLFrontEnd::serialize(IDataStore* store, core::io::IDataWriter* writer,
-                             metadata::ISchemaLocator* locator, WideString path) {
-  unsigned offset;
-  {
-    Metadata::Lock lock(store);
-    offset = Metadata::resolvePath(store, path.string());
-    Record::tType kind = Record::peek(store, offset);
-    if (kind != Record::kRoot && kind != Record::kContainer && kind != Record::kTable)
-      return false;
-    // Held on through the writing, so that the subtree is written as it stands now.
-    serialize(store, writer, locator, offset);
-  }
+                             metadata::ISchemaLocator* locator, WideString path,
+                             const tExportOptions& options) {
+  // Held on through the writing, so that the subtree is written as it stands now.
+  Metadata::Lock lock(store);
+  const unsigned offset = Metadata::resolvePath(store, path.string());
+  Record::tType kind = Record::peek(store, offset);
+  if (kind != Record::kRoot && kind != Record::kContainer && kind != Record::kTable) return false;
+  render(store, writer, locator, offset, options.inRoot);
   return true;
 }
 
@@ -164,7 +177,9 @@ bool IXMLFrontEnd::values(metadata::IPrimitive* primitive, const std::vector<Wid
   Metadata::Lock lock(logic->store());
   XML::PrimitiveText text(locator);
   for (std::size_t i = 0; i < blocks.size(); ++i)
-    text.read(*logic, StringAlgorithm::UTF8Encode(blocks[i]).c_str(), i > 0);
+    text.read(*logic, StringAlgorithm::UTF8Encode(blocks[i]).c_str(), i > 0,
+              XML::PrimitiveText::tWatch());
+  text.finish(*logic);
   return true;
 }
 

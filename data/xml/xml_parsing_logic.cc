@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <memory>
+#include <string>
 
 #include "data/record/base.h"
 #include "data/values/value_types.h"
@@ -18,7 +19,8 @@ XMLParsingLogic::XMLParsingLogic(IDataStore* store, Metadata::Item* target,
                                  metadata::ISchemaLocator* locator,
                                  format::xml::IXMLFrontEnd::IErrorReporter* reporter,
                                  const ParsingOptions& options)
-    : store_(store),
+    : options_(options),
+      store_(store),
       reporter_(reporter),
       locator_(locator),
       target_(target),
@@ -38,6 +40,11 @@ XMLParsingLogic::XMLParsingLogic(IDataStore* store, Metadata::Item* target,
   add(new XMLContainer(store, structure::IContainer::kNode, locator));
   add(new XMLContainer(store, structure::IContainer::kGroup, locator));
   add(new XMLContainer(store, structure::IContainer::kLink, locator));
+  for (auto& entry : registry_) {
+    if (options.thorough) entry.second->remarks(this);
+    if (auto* primitive = dynamic_cast<XMLPrimitive*>(entry.second))
+      primitive->limit(options.valueLimit);
+  }
 }
 
 XMLParsingLogic::~XMLParsingLogic() {
@@ -63,11 +70,39 @@ void XMLParsingLogic::add(Element* handler) {
 void XMLParsingLogic::signal(const char* name, const wchar_t* text) {
   skipping_ = true;
   depth_ = 1;
+  report(name, text);
+}
+
+void XMLParsingLogic::report(const char* name, const WideString& text) {
   if (reporter_ == nullptr) return;
-  WideString message = StringAlgorithm::UTF8Decode(name);
+  WideString message;
+  if (options_.thorough && parser_ != nullptr) {
+    message = StringAlgorithm::UTF8Decode(("line " + std::to_string(parser_->line()) + ", column " +
+                                           std::to_string(parser_->column()) + ": ")
+                                              .c_str());
+  }
+  message.append(StringAlgorithm::UTF8Decode(name));
   message.append(L" : ");
   message.append(text);
   reporter_->report(message);
+}
+
+void XMLParsingLogic::remark(const WideString& text) {
+  report(current_, text);
+}
+
+void XMLParsingLogic::dropText(const char* owner) {
+  if (options_.thorough && text_.find_first_not_of(" \t\r\n") != std::string::npos) {
+    // Cut, so that a long text does not make a long report.
+    std::string shown = text_.substr(0, 40);
+    WideString text(L"its text is dropped: '");
+    text.append(StringAlgorithm::UTF8Decode(shown.c_str()));
+    text.append(text_.size() > shown.size() ? L"...'" : L"'");
+    report(owner, text);
+  }
+  text_.clear();
+  pending_ = false;
+  skippedText_ = false;
 }
 
 void XMLParsingLogic::lower(const char* name) {
@@ -82,14 +117,19 @@ void XMLParsingLogic::notifyStartElement(const char* name, const char** attribut
     ++depth_;
     return;
   }
+  current_ = name;
   if (subElement_) {
     signal(name, L"cannot nest anything under a sub-element");
     return;
   }
   // Text between a parent's start tag and a child's belongs to nobody.
-  if (pending_) {
-    text_.clear();
-    pending_ = false;
+  if (pending_) dropText(stack_.empty() ? name : stack_.back().second->name());
+  textDropped_ = false;
+  if (options_.depthLimit != 0 && stack_.size() >= options_.depthLimit) {
+    signal(name,
+           (L"nested deeper than the limit of " + std::to_wstring(options_.depthLimit) + L" levels")
+               .c_str());
+    return;
   }
   // An empty name never resolves and the answer is dropped; the call is made on every start
   // tag outside a skip all the same, so that a locator sees the calls it always saw.
@@ -153,15 +193,27 @@ void XMLParsingLogic::notifyEndElement(const char* name) {
     return;
   }
   if (stack_.empty()) return;
+  current_ = name;
   auto [item, handler] = stack_.back();
+  if (skippedText_ && handler->type() == Record::kPrimitive)
+    remark(L"the text of a skipped element becomes part of the values");
+  // A text dropped for its size reaches the handler as none at all.
+  const char* text = textDropped_ ? nullptr : text_.c_str();
+  textDropped_ = false;
   if (subElement_) {
-    handler->set(item, text_.c_str());
+    handler->set(item, text);
     subElement_ = false;
   } else {
-    if (!skipSet_)
-      handler->set(item, text_.c_str());
-    else
+    // Only primitives take an element's own text.
+    if (handler->type() != Record::kPrimitive) dropText(name);
+    if (!skipSet_) {
+      handler->set(item, text);
+    } else {
+      // Values came in sub-elements; text beside them is nobody's.
+      dropText(name);
       skipSet_ = false;
+    }
+    handler->close(item);
     // Items are views: the records stay in the store.
     stack_.pop_back();
     if (item != target_) delete item;
@@ -170,6 +222,7 @@ void XMLParsingLogic::notifyEndElement(const char* name) {
     text_.clear();
     pending_ = false;
   }
+  skippedText_ = false;
 }
 
 void XMLParsingLogic::notifyStartNamespace(const char* prefix, const char* uri) {}
@@ -177,9 +230,20 @@ void XMLParsingLogic::notifyStartNamespace(const char* prefix, const char* uri) 
 void XMLParsingLogic::notifyEndNamespace(const char* prefix) {}
 
 void XMLParsingLogic::notifyCharacterData(const char* data, int length) {
-  if (length <= 0) return;
+  if (length <= 0 || textDropped_) return;
+  const unsigned long long limit = options_.valueLimit * ParsingOptions::kTextPerValueByte;
+  if (limit != 0 && text_.size() + static_cast<unsigned long long>(length) > limit) {
+    report(current_, (L"its text takes more than " + std::to_wstring(limit) +
+                      L" bytes, the limit: it is dropped")
+                         .c_str());
+    textDropped_ = true;
+    std::string().swap(text_);
+    pending_ = false;
+    return;
+  }
   text_.append(data, static_cast<std::size_t>(length));
   pending_ = true;
+  if (skipping_) skippedText_ = true;
 }
 
 }  // namespace kestrine::platform::data::XML

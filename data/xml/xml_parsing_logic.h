@@ -9,12 +9,30 @@
 
 #include "data/tree/item.h"
 #include "data/xml/element.h"
+#include "data/xml/remarks.h"
 #include "kestrine/platform/core/hash.h"
 #include "kestrine/platform/core/xml.h"
 #include "kestrine/platform/data/format/xml.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::XML {
+
+// What a parse does beyond the described one.
+struct ParsingOptions {
+  // The root refuses, by throwing XMLRoot::NameTaken, a child whose name it holds.
+  bool exclusiveRoot = false;
+  // Reports, besides the problems, what the parse passes over in silence (see Remarks), and
+  // tells with each report its line and column: "line L, column C: <element> : <message>".
+  bool thorough = false;
+  // Elements nested deeper than this many levels are reported and skipped; 0: no limit.
+  unsigned depthLimit = 0;
+  // A primitive whose values would take more bytes than this is reported and skipped, or
+  // keeps the values it had; 0: no limit. The text of one element or sub-element may take
+  // kTextPerValueByte times as many bytes: past that it is reported and dropped whole, as
+  // if it were empty, so that no document can make the parse hold more.
+  unsigned long long valueLimit = 0;
+  static constexpr unsigned kTextPerValueByte = 8;
+};
 
 // Turns the events of the XML tokenizer into metadata items. Each start tag is looked up,
 // by its lower-cased name, in a registry of element handlers; the handler creates the item,
@@ -26,15 +44,8 @@ namespace kestrine::platform::data::XML {
 //
 // One driver parses one document on one thread. Several drivers may parse at once on
 // different threads into different stores: all their scratch space is their own.
-// What a parse does beyond the described one.
-struct ParsingOptions {
-  // The root refuses, by throwing XMLRoot::NameTaken, a child whose name it holds.
-  bool exclusiveRoot = false;
-};
-
-class XMLParsingLogic : public core::xml::XMLCallback {
+class XMLParsingLogic : public core::xml::XMLCallback, private Remarks {
  public:
-
   // Registers the handlers of every element. With `target` (an item of the store, not
   // owned), the document's outermost element stands for it and its children are nested
   // into it; without, the outermost element creates its own item (a new root). The locator
@@ -61,6 +72,10 @@ class XMLParsingLogic : public core::xml::XMLCallback {
   void notifyEndNamespace(const char* prefix) override;
   void notifyCharacterData(const char* data, int length) override;
 
+  // The parser whose events this driver receives, for the position of each report in a
+  // thorough parse; may be null.
+  void locate(const core::xml::XMLParser* parser) { parser_ = parser; }
+
   // Element names longer than this are cut to it before the look-up.
   static const unsigned kNameLength = 256;
 
@@ -73,6 +88,22 @@ class XMLParsingLogic : public core::xml::XMLCallback {
   void lower(const char* name);
   // Pushes the outermost element's item, or the target in its place.
   void start(const char* name, Element* handler, Metadata::Item* item);
+  // Reports "<name> : <text>" (name UTF-8), with its position in a thorough parse.
+  void report(const char* name, const WideString& text);
+  // A remark on the element at hand (see Remarks).
+  void remark(const WideString& text) override;
+  // Empties the collected text; in a thorough parse, remarks text that is not blank and that
+  // nobody takes: it is dropped.
+  void dropText(const char* owner);
+
+  ParsingOptions options_;
+  const core::xml::XMLParser* parser_ = nullptr;
+  // The element whose event is being handled, for remarks.
+  const char* current_ = "";
+  // Character data arrived inside a skipped element since the text was last emptied.
+  bool skippedText_ = false;
+  // The text grew past the limit and is being dropped until the element at hand ends.
+  bool textDropped_ = false;
 
   IDataStore* store_;
   format::xml::IXMLFrontEnd::IErrorReporter* reporter_;

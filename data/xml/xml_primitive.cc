@@ -48,31 +48,56 @@ Metadata::Item* XMLPrimitive::open(const char** attributes) {
     message_ = L"missing locator to resolve the 'type' attribute";
     return nullptr;
   }
+  const char* uri = find("uri", attributes);
+  // Elements of a struct are bytes: count times the struct's size. Counted before the record
+  // is made, so that a count refused by the limit leaves nothing behind.
+  unsigned long long elements = count(attributes);
+  WideString base;
+  bool resolved = false;
+  if (type != nullptr) {
+    base = StringAlgorithm::UTF8Decode(type);
+    core::memory::SharedPtr<metadata::ISchema> schema = locator_->resolve(base);
+    resolved = schema && schema->layout() != nullptr;
+    elements = resolved ? elements * schema->layout()->stride() : 0;
+    if (!resolved && locator_->tooLarge(base)) {
+      message_ = L"type '";
+      message_.append(base);
+      message_.append(
+          (L"' expands to more than " + std::to_wstring(locator_->fieldLimit()) + L" fields")
+              .c_str());
+      return nullptr;
+    }
+  }
+  unsigned long long bytes = elements * Design::Primitive::stride(type_);
+  if (uri == nullptr && limit_ != 0 && bytes > limit_) {
+    message_ = (L"the values would take " + std::to_wstring(bytes) + L" bytes, more than the " +
+                L"limit of " + std::to_wstring(limit_))
+                   .c_str();
+    return nullptr;
+  }
+  // A record's size is a 32-bit number: an array that could never be stored is no count.
+  if (bytes > 0xFFFFFFFFull) elements = 0;
+
   auto primitive = std::make_unique<Design::Primitive>(store_, type_,
                                                        StringAlgorithm::UTF8Decode(name).string());
-  const char* uri = find("uri", attributes);
   // string(), never null: an empty URI or locale is still one.
   if (uri != nullptr) primitive->uri(StringAlgorithm::UTF8Decode(uri).string());
   if (const char* locale = find("locale", attributes))
     primitive->valuelocale(StringAlgorithm::UTF8Decode(locale).string());
-  if (const char* units = find("units", attributes)) primitive->units(_oUnits.unit(units));
-
-  // Elements of a struct are bytes: count times the struct's size.
-  unsigned long long elements = count(attributes);
-  if (type != nullptr) {
-    WideString base = StringAlgorithm::UTF8Decode(type);
-    core::memory::SharedPtr<metadata::ISchema> schema = locator_->resolve(base);
-    if (!schema || schema->layout() == nullptr) {
-      message_ = L"unable to resolve type schema '";
-      message_.append(base);
-      message_.append(L"'");
-      return primitive.release();
-    }
-    primitive->base(base.string());
-    elements *= schema->layout()->stride();
+  if (const char* units = find("units", attributes)) {
+    primitive->units(_oUnits.unit(units));
+    if (primitive->units() == 0)
+      remark(L"unknown unit ", StringAlgorithm::UTF8Decode(units), L": the values have none");
   }
-  // A record's size is a 32-bit number: an array that could never be stored is no count.
-  if (elements * Design::Primitive::stride(type_) > 0xFFFFFFFFull) elements = 0;
+  if (type != nullptr && !resolved) {
+    // Kept, and not reported: the primitive is made all the same, without base and values.
+    message_ = L"unable to resolve type schema '";
+    message_.append(base);
+    message_.append(L"'");
+    remark(message_);
+    return primitive.release();
+  }
+  if (resolved) primitive->base(base.string());
   if (uri == nullptr) primitive->reset(static_cast<unsigned>(elements));
   return primitive.release();
 }
@@ -83,8 +108,12 @@ bool XMLPrimitive::set(Metadata::Item* item, const char* text) {
   if (append) substate_ = kNoSub;
   // The document's outermost element may stand for a target of another kind.
   if (auto* primitive = dynamic_cast<Design::Primitive*>(item))
-    text_.read(*primitive, text, append);
+    text_.read(*primitive, text, append, PrimitiveText::tWatch{remarks_, limit_});
   return false;
+}
+
+void XMLPrimitive::close(Metadata::Item* item) {
+  if (auto* primitive = dynamic_cast<Design::Primitive*>(item)) text_.finish(*primitive);
 }
 
 bool XMLPrimitive::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {

@@ -40,6 +40,8 @@ class XMLPrimitive : public Element {
   // does not read leaves its element as it was. Nothing changes in URI mode, nor for a
   // struct whose schema does not resolve.
   bool set(Metadata::Item* item, const char* text) override;
+  // Writes the strings the "val" blocks appended.
+  void close(Metadata::Item* item) override;
   // The element with "name", "units", "locale", "type" (structs), "uri" (URI mode), the
   // localized names, and the values unless there are none or the primitive is in URI mode.
   // The values go into one "val" when the item has localized names, so that text never
@@ -47,12 +49,18 @@ class XMLPrimitive : public Element {
   // only with a locator that resolves the base.
   bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
 
+  // Refuses a primitive whose values would take more than `bytes` (0: no limit): its start
+  // tag with "the values would take N bytes, more than the limit of M", its text by
+  // keeping the values it had.
+  void limit(unsigned long long bytes) { limit_ = bytes; }
+
  private:
   // Element count from the start tag.
   unsigned count(const char** attributes) const;
 
   metadata::tValue type_;
   metadata::ISchemaLocator* locator_;
+  unsigned long long limit_ = 0;
   // Per parse, so that documents parsed on several threads at once never share its buffers.
   PrimitiveText text_;
 };

@@ -13,10 +13,17 @@ namespace kestrine::platform::data::XML {
 using core::storage::datastore::IDataStore;
 
 XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer* writer,
-                                     metadata::ISchemaLocator* locator, unsigned offset)
+                                     metadata::ISchemaLocator* locator, unsigned offset,
+                                     bool inRoot)
     : store_(store), writer_(writer), locator_(locator) {
   writer_->emitXMLHeader();
+  const bool wrap = inRoot && offset != 0 && Record::peek(store_, 0) == Record::kRoot;
+  if (wrap) {
+    Design::Logic root(store_, 0, false);
+    XMLRoot(store_).serialize(root.operator->(), writer_);
+  }
   translate(offset);
+  if (wrap) writer_->endElement(false);
 }
 
 void XMLRenderingLogic::translate(unsigned offset) {

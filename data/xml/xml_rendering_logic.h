@@ -18,10 +18,11 @@ namespace kestrine::platform::data::XML {
 // Holds no state between calls and owns none of its pointers. One thread at a time.
 class XMLRenderingLogic {
  public:
-  // Writes the XML header and the record at `offset` with its subtree; store and writer
-  // failures pass through.
+  // Writes the XML header and the record at `offset` with its subtree; with `inRoot`, a
+  // subtree below the root goes inside the root's element, without the root's other
+  // children. Store and writer failures pass through.
   XMLRenderingLogic(core::storage::datastore::IDataStore* store, core::xml::XMLSerializer* writer,
-                    metadata::ISchemaLocator* locator, unsigned offset);
+                    metadata::ISchemaLocator* locator, unsigned offset, bool inRoot = false);
   XMLRenderingLogic(const XMLRenderingLogic&) = delete;
   XMLRenderingLogic& operator=(const XMLRenderingLogic&) = delete;
 

@@ -1,5 +1,6 @@
 #include "data/xml/xml_root.h"
 
+#include "data/tree/name_index.h"
 #include "data/tree/root.h"
 #include "data/values/number_text.h"
 
@@ -7,7 +8,9 @@ namespace kestrine::platform::data::XML {
 
 using core::string::StringAlgorithm;
 
-XMLRoot::XMLRoot(IDataStore* store, bool exclusive) : Element(store), exclusive_(exclusive) {}
+XMLRoot::XMLRoot(IDataStore* store, bool exclusive) : Element(store), exclusive_(exclusive) {
+  added_.set_empty_key(Metadata::kEmptyKey);
+}
 
 const char* XMLRoot::name() const {
   return "root";
@@ -34,10 +37,13 @@ Metadata::Item* XMLRoot::open(const char** attributes) {
 
 Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {
   auto* root = dynamic_cast<Metadata::Set*>(parent);
-  if (exclusive_ && root != nullptr && child != nullptr &&
-      root->find(child->tag()) != IDataStore::BADOFF)
-    throw NameTaken{child->tag()};
-  return adopt(parent, child, kAdd, kAdd, kRefuse);
+  if (!exclusive_ || root == nullptr || child == nullptr)
+    return adopt(parent, child, kAdd, kAdd, kRefuse);
+  const wchar_t* name = child->tag();
+  if (root->find(name) != IDataStore::BADOFF && added_.count(name) == 0) throw NameTaken{name};
+  Metadata::Item* adopted = adopt(parent, child, kAdd, kAdd, kRefuse);
+  if (adopted != nullptr) added_.insert(name);
+  return adopted;
 }
 
 bool XMLRoot::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {

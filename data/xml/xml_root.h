@@ -1,6 +1,10 @@
 #ifndef KPL_DATA_XML_XML_ROOT_H_
 #define KPL_DATA_XML_XML_ROOT_H_
 
+#include <string>
+
+#include <sparsehash/dense_hash_set>
+
 #include "data/xml/element.h"
 
 namespace kestrine::platform::data::XML {
@@ -16,8 +20,9 @@ class XMLRoot : public Element {
     WideString name;
   };
 
-  // An exclusive root refuses, by throwing NameTaken, a child whose name its set holds: an
-  // import that adds to a tree keeps all of a document or nothing.
+  // An exclusive root refuses, by throwing NameTaken, a child whose name its set held before
+  // the parse: an import that adds to a tree keeps all of a document or nothing. Names the
+  // document itself repeats are handled as by any root.
   explicit XMLRoot(IDataStore* store, bool exclusive = false);
 
   const char* name() const override;
@@ -34,6 +39,8 @@ class XMLRoot : public Element {
 
  private:
   bool exclusive_;
+  // The names an exclusive root took from this document.
+  google::dense_hash_set<std::wstring> added_;
 };
 
 }  // namespace kestrine::platform::data::XML

@@ -54,7 +54,17 @@ bool XMLTable::set(Metadata::Item* item, const char* text) {
   if (substate_ != kDefaultSub) return localize(item, text);
   units::tUnit unit = _oUnits.unit(unit_.c_str());
   const Values::tValueTraits* type = Values::byDefaultName(type_.c_str());
-  if (type == nullptr) return false;
+  if (type == nullptr) {
+    // Told once: the default stays pending and refuses every later sub-element.
+    if (!blocked_)
+      remark(L"", StringAlgorithm::UTF8Decode(type_.c_str()),
+             L" is no default type: no later name or default of any table is read");
+    blocked_ = true;
+    return false;
+  }
+  if (unit == 0)
+    remark(L"unknown unit ", StringAlgorithm::UTF8Decode(unit_.c_str()),
+           L": the default has no unit");
   // The document's outermost element may stand for a target of another kind.
   if (auto* table = dynamic_cast<Design::Table*>(item)) table->defaults(unit, type->type);
   substate_ = kNoSub;

@@ -41,6 +41,8 @@ class XMLTable : public Element {
   // The attributes of the pending "default".
   std::string unit_;
   std::string type_;
+  // A "default" of an unknown type is pending for good.
+  bool blocked_ = false;
 };
 
 }  // namespace kestrine::platform::data::XML

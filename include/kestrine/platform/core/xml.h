@@ -60,6 +60,11 @@ class KPL_CORE_API XMLParser {
   // follows it, and it passes through unchanged. std::bad_alloc when memory runs out.
   void parseDocument(io::IDataReader* reader);
 
+  // Where the event being delivered begins in the document: its 1-based line and column.
+  // Meaningful only inside a callback.
+  unsigned long line() const;
+  unsigned long column() const;
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
@@ -71,12 +76,13 @@ class KPL_CORE_API XMLParser {
 // normalisation); characters XML 1.0 cannot carry are written as U+FFFD. Names are written as
 // given and must be valid XML names.
 //
-// Indentation: each child element starts on its own line, indented by two spaces per level,
-// and an element that got children ends with its end tag on its own line; an element with no
-// content is written <x/>. No whitespace is added while any open element has received
-// character data: not before its children, not inside them, not before its end tag, so the
-// text of an element with text round-trips exactly. The choice is made when each child
-// starts, because output is streamed: in mixed content whose first text comes after a child
+// Indentation: each child element starts on its own line, indented by two spaces per level
+// up to 64 levels (deeper ones are indented as the 64th), and an element that got children ends
+// with its end tag on its own line; an element with no content is written <x/>. No whitespace is
+// added while any open element has received character data: not before its children, not inside
+// them, not before its end tag, so the text of an element with text round-trips exactly. The choice
+// is made when each child starts, because output is streamed: in mixed content whose first text
+// comes after a child
 // (<p><b/>tail</p>), the line break and indentation already written before that child stay
 // and become part of the text. Writers of mixed content start it with its text.
 //

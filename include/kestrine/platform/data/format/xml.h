@@ -14,6 +14,29 @@
 
 namespace kestrine::platform::data::format::xml {
 
+// How IXMLFrontEnd::import() reads a document of unknown origin. The defaults read it as
+// parse() does, with no limits.
+struct tImportOptions {
+  // Reports also what the import passes over in silence: tokens that are no number or do
+  // not fit their type, text of skipped elements that reaches a value, unknown units and
+  // classes, names and defaults that block later ones, children dropped or merged beside
+  // another of their name. Each report then begins "line L, column C: ".
+  bool thorough = false;
+  // Elements nested deeper than this many levels are reported and skipped; 0: no limit.
+  unsigned depthLimit = 0;
+  // A primitive whose values would take more bytes than this is reported and skipped (or
+  // keeps the values it had), and the text of an element that takes more than 8 times as
+  // many is reported and dropped; 0: no limit.
+  unsigned long long valueLimit = 0;
+};
+
+// How IXMLFrontEnd::serialize() writes a subtree.
+struct tExportOptions {
+  // A container or table is written inside the start and end tags of the tree's root, so
+  // that the document imports as a tree of its own.
+  bool inRoot = false;
+};
+
 // Reads XML documents into datastores and writes datastore subtrees as XML.
 class KPL_DATA_API IXMLFrontEnd {
  public:
@@ -49,6 +72,8 @@ class KPL_DATA_API IXMLFrontEnd {
     kNotRefused = 0,
     kNoTree = 1,     // the store holds records but no tree to add to
     kNameTaken = 2,  // the tree holds a top-level container or table of a name the document adds
+    kNoRoot = 3,     // the document, read into an empty store, made no tree (its outermost
+                     // element is no "root")
   };
   // What import() did.
   struct tImport {
@@ -61,29 +86,32 @@ class KPL_DATA_API IXMLFrontEnd {
   // document makes the tree: its root and the format version (1, unless the document's
   // root says otherwise). Into a store that holds a tree, the document's outermost element
   // stands for the tree's root and its containers and tables are added to it, none under a
-  // name the root holds already: the import stops at the first such name, refused. Problems
-  // in the content go to `reporter` (may be null), as in parse(), and are counted.
+  // name the root holds already: the import stops at the first such name, refused. A
+  // document that leaves an empty store without a tree is refused too. Problems in the
+  // content go to `reporter` (may be null), as in parse(), and are counted; `options` may
+  // ask for more reports and set limits.
   //
   // Never calls complete(). Malformed XML throws core::xml::XMLException (line and column);
   // store and reader failures pass through. After a refusal or an exception the store holds
   // what was read before it; a client that wants all of a document or nothing holds the
   // store's lock around the call and then commits (complete()) or abandons
   // (IDataStore::abandon()). A store file commits at the release of its outermost lock.
-  static tImport import(core::storage::datastore::IDataStore* store,
-                        core::io::IDataReader* reader, metadata::ISchemaLocator* locator,
-                        IErrorReporter* reporter);
+  static tImport import(core::storage::datastore::IDataStore* store, core::io::IDataReader* reader,
+                        metadata::ISchemaLocator* locator, IErrorReporter* reporter,
+                        const tImportOptions& options = tImportOptions());
 
   // Writes the root (an empty path) or the container or table at the dotted `path` with its
   // subtree, as the form above does; false, writing nothing, when the path names none.
   static bool serialize(core::storage::datastore::IDataStore* store, core::io::IDataWriter* writer,
-                        metadata::ISchemaLocator* locator, core::string::WideString path);
+                        metadata::ISchemaLocator* locator, core::string::WideString path,
+                        const tExportOptions& options = tExportOptions());
 
   // The values of a primitive as an export writes them, in blocks of text: "binary" one
   // base64 block, each string of a text type a block of its own, numbers one block of
   // blank-separated tokens, a struct one block of its fields' components (only with a
   // locator that resolves its type). None without values or in URI mode.
   static std::vector<core::string::WideString> values(metadata::IPrimitive* primitive,
-                                                       metadata::ISchemaLocator* locator);
+                                                      metadata::ISchemaLocator* locator);
   // Gives a primitive the values of blocks of text, as an import reads an element's text
   // and its "val" children: the first block from element 0 on, each later string block
   // after the strings held, each later block of numbers from element 0 again. A token that

@@ -66,9 +66,21 @@ class KPL_DATA_API ISchemaLocator {
   virtual bool pop(core::storage::datastore::IDataStore* store) = 0;
   // Forgets every pushed store; cached layouts stay.
   virtual void reset() = 0;
+  // The field limit the locator was made with; 0 for none.
+  virtual unsigned fieldLimit() const = 0;
+  // Whether `path` failed to resolve because its layout would exceed fieldLimit(). Forgotten
+  // when a store is pushed or popped.
+  virtual bool tooLarge(core::string::WideString path) = 0;
 
   // A new locator, with `store` pushed when it is not null.
   static core::memory::SharedPtr<ISchemaLocator> make(core::storage::datastore::IDataStore* store);
+  // The same, for schemas of unknown origin: a schema whose layout would hold more than
+  // `fieldLimit` fields once its struct members are expanded (each a copy of its type's
+  // fields per element, so that a few nested types can ask for millions) does not resolve.
+  // Nested tables count as fields, and every 64 characters of a name as one more. 0 sets no
+  // limit.
+  static core::memory::SharedPtr<ISchemaLocator> make(core::storage::datastore::IDataStore* store,
+                                                      unsigned fieldLimit);
 };
 
 }  // namespace kestrine::platform::data::metadata

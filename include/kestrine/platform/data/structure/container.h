@@ -2,6 +2,7 @@
 #define KESTRINE_PLATFORM_DATA_STRUCTURE_CONTAINER_H_
 
 #include <functional>
+#include <string>
 
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/memory.h"
@@ -80,8 +81,7 @@ class KPL_DATA_API IContainer {
   // Copies the member at `from` (from the root when `absolute`, else below this container)
   // to `to` below this container (a dotted `to` names a parent path and a new name); false,
   // changing nothing, when either is not found or the new name is taken.
-  virtual bool clone(core::string::WideString from, core::string::WideString to,
-                     bool absolute) = 0;
+  virtual bool clone(core::string::WideString from, core::string::WideString to, bool absolute) = 0;
   // Copies this container with its subtree into `store`, at the dotted `path` (parent path
   // and new name); false when the parent path names nothing there.
   virtual bool clone(core::storage::datastore::IDataStore* store,
@@ -130,7 +130,8 @@ class KPL_DATA_API ILink {
   virtual IContainer* container() const = 0;
   // The target container, in `store` when given (taking that store's lock after the
   // link's own), else in the link's own store; empty when it names no container.
-  virtual core::memory::SharedPtr<IContainer> follow(core::storage::datastore::IDataStore* store) = 0;
+  virtual core::memory::SharedPtr<IContainer> follow(
+      core::storage::datastore::IDataStore* store) = 0;
   virtual core::string::WideString target() = 0;
   virtual void target(core::string::WideString path) = 0;
   static ILink* to(IContainer* container);
@@ -171,6 +172,14 @@ class KPL_DATA_API IContainerFrontEnd {
   // names no root, container or table.
   static bool children(core::storage::datastore::IDataStore* store, core::string::WideString path,
                        const std::function<void(const tChild&)>& visit);
+
+  // Walks the whole tree of `store` under its lock, loading every record it reaches (items,
+  // children lists, localized names, values) as the object model reads them, and calls
+  // `damaged` with the message of each record that fails ("damaged record at offset N:
+  // ..."), without going below it. A record reached twice (listed twice, or in a cycle) is
+  // damage too. Answers how many records failed; other exceptions pass through.
+  static unsigned check(core::storage::datastore::IDataStore* store,
+                        const std::function<void(const std::string&)>& damaged);
 };
 
 }  // namespace kestrine::platform::data::structure
