@@ -27,22 +27,35 @@ void print(const std::string& text) {
   out.close();
 }
 
+// Writes the tree, or the subtree at `path` inside the tree's root so that the document
+// imports again as a tree.
 void serialize(Session& session, const std::string& path) {
   core::io::FileWriter out("-");
-  IXMLFrontEnd::serialize(session.store(), &out, session.locator(), wide(path));
+  data::format::xml::tExportOptions exporting;
+  exporting.inRoot = true;
+  IXMLFrontEnd::serialize(session.store(), &out, session.locator(), wide(path), exporting);
 }
 
 int roundtrip(const Options& options, Session& session) {
-  session.open(":memory:", options.schemas, true);
-  importDocument(options.operands[0], session.store(), session.locator(), session.reporter());
+  session.open(options, ":memory:", true);
+  importDocument(options.operands[0], session.store(), session.locator(), session.reporter(),
+                 readingOptions(options.limits, false));
   require(session.store(), "", Named::kRoot, Named::kRoot, "tree");
   serialize(session, "");
   return 0;
 }
 
 int import(const Options& options, Session& session) {
-  session.open(options.store, options.schemas, true);
-  importDocument(options.operands[0], session.store(), session.locator(), session.reporter());
+  session.open(options, options.store, true);
+  const bool strict = (options.given & kStrictOption) != 0;
+  const std::string& document = options.operands[0];
+  unsigned reports = importDocument(document, session.store(), session.locator(),
+                                    session.reporter(), readingOptions(options.limits, strict));
+  if (strict && reports != 0) {
+    throw Failure((document == "-" ? std::string("standard input") : document) + ": " +
+                  std::to_string(reports) + (reports == 1 ? " report" : " reports") +
+                  "; --strict refuses the document, the store is unchanged");
+  }
   session.commit();
   if (options.given & kStatsOption) {
     struct rusage usage;
@@ -55,7 +68,7 @@ int import(const Options& options, Session& session) {
 }
 
 int exportTree(const Options& options, Session& session) {
-  session.open(options.store, options.schemas, false);
+  session.open(options, options.store, false);
   require(session.store(), options.path, options.path.empty() ? Named::kRoot : Named::kContainer,
           Named::kTable, "container or table");
   serialize(session, options.path);
@@ -64,7 +77,7 @@ int exportTree(const Options& options, Session& session) {
 }
 
 int list(const Options& options, Session& session) {
-  session.open(options.store, options.schemas, false);
+  session.open(options, options.store, false);
   std::string path = options.operands.empty() ? "" : options.operands[0];
   require(session.store(), path, path.empty() ? Named::kRoot : Named::kContainer, Named::kTable,
           "container or table");
@@ -74,7 +87,7 @@ int list(const Options& options, Session& session) {
 }
 
 int get(const Options& options, Session& session) {
-  session.open(options.store, options.schemas, false);
+  session.open(options, options.store, false);
   const std::string& path = options.operands[0];
   require(session.store(), path, Named::kPrimitive, Named::kPrimitive, "primitive");
   auto property = IContainerFrontEnd::property(session.store(), wide(path));
@@ -89,11 +102,11 @@ int get(const Options& options, Session& session) {
 
 int validate(const Options& options, Session& session) {
   if (options.schemas.empty()) throw UsageError("validate needs --schemas");
-  session.open(options.store, options.schemas, false);
+  session.open(options, options.store, false);
   const std::string& path = options.operands[0];
   const std::string& uri = options.operands[1];
-  Named named = require(session.store(), path, Named::kContainer, Named::kTable,
-                        "container or table");
+  Named named =
+      require(session.store(), path, Named::kContainer, Named::kTable, "container or table");
   auto schema = session.locator()->resolve(wide(uri));
   if (!schema) throw Failure("no schema '" + uri + "' in the schema documents");
   bool conforms;
@@ -101,20 +114,52 @@ int validate(const Options& options, Session& session) {
     auto table = IContainerFrontEnd::property(session.store(), wide(path));
     conforms = data::metadata::ITable::to(table.get())->validates(schema.get());
   } else {
-    conforms = IContainerFrontEnd::find(session.store(), wide(path))->validates(schema.get(), false);
+    conforms =
+        IContainerFrontEnd::find(session.store(), wide(path))->validates(schema.get(), false);
   }
   print(path + (conforms ? " conforms to " : " does not conform to ") + uri + "\n");
   session.commit();
   return conforms ? 0 : 2;
 }
 
+// Reports every place where an import of the document would skip, cut, wrap, block or
+// drop content, one a line on standard output; exit status 2 when there is any.
+int checkDocument(const Options& options, Session& session) {
+  if (options.given & kStoreOption) throw UsageError("check takes a document or --store, not both");
+  session.open(options, ":memory:", true);
+  LineReporter out(stdout);
+  unsigned reports = importDocument(options.operands[0], session.store(), session.locator(), &out,
+                                    readingOptions(options.limits, true));
+  return reports == 0 ? 0 : 2;
+}
+
+// Reports every damaged record of the store's tree, one a line on standard output; exit
+// status 2 when there is any.
+int checkStore(const Options& options, Session& session) {
+  session.open(options, options.store, false);
+  std::string out;
+  unsigned damaged = IContainerFrontEnd::check(
+      session.store(), [&](const std::string& message) { out += message + '\n'; });
+  print(out);
+  session.commit();
+  return damaged == 0 ? 0 : 2;
+}
+
+int check(const Options& options, Session& session) {
+  if (!options.operands.empty()) return checkDocument(options, session);
+  if ((options.given & kStoreOption) == 0) throw UsageError("check needs a document or --store");
+  return checkStore(options, session);
+}
+
 const Command kpCommands[] = {
-    {"roundtrip", kSchemasOption, 1, 1, roundtrip},
-    {"import", kStoreOption | kSchemasOption | kStatsOption, 1, 1, import},
-    {"export", kStoreOption | kSchemasOption | kPathOption, 0, 0, exportTree},
+    {"roundtrip", kSchemasOption | kLimitOptions, 1, 1, roundtrip},
+    {"import", kStoreOption | kSchemasOption | kStatsOption | kStrictOption | kLimitOptions, 1, 1,
+     import},
+    {"export", kStoreOption | kSchemasOption | kPathOption | kLimitOptions, 0, 0, exportTree},
     {"ls", kStoreOption, 0, 1, list},
-    {"get", kStoreOption | kSchemasOption, 1, 1, get},
-    {"validate", kStoreOption | kSchemasOption, 2, 2, validate},
+    {"get", kStoreOption | kSchemasOption | kLimitOptions, 1, 1, get},
+    {"validate", kStoreOption | kSchemasOption | kLimitOptions, 2, 2, validate},
+    {"check", kStoreOption | kSchemasOption | kLimitOptions, 0, 1, check},
 };
 
 }  // namespace

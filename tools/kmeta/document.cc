@@ -10,7 +10,6 @@
 namespace kmeta {
 
 namespace core = kestrine::platform::core;
-using kestrine::platform::data::format::xml::IXMLFrontEnd;
 
 namespace {
 
@@ -33,13 +32,21 @@ std::unique_ptr<core::io::IDataReader> open(const std::string& path) {
 
 }  // namespace
 
-void importDocument(const std::string& path, IDataStore* store,
-                    kestrine::platform::data::metadata::ISchemaLocator* locator,
-                    IXMLFrontEnd::IErrorReporter* reporter) {
+tImportOptions readingOptions(const Limits& limits, bool thorough) {
+  tImportOptions options;
+  options.thorough = thorough;
+  options.depthLimit = static_cast<unsigned>(limits.depth);
+  options.valueLimit = limits.valueBytes;
+  return options;
+}
+
+unsigned importDocument(const std::string& path, IDataStore* store,
+                        kestrine::platform::data::metadata::ISchemaLocator* locator,
+                        IXMLFrontEnd::IErrorReporter* reporter, const tImportOptions& options) {
   std::unique_ptr<core::io::IDataReader> reader = open(path);
   IXMLFrontEnd::tImport done;
   try {
-    done = IXMLFrontEnd::import(store, reader.get(), locator, reporter);
+    done = IXMLFrontEnd::import(store, reader.get(), locator, reporter, options);
   } catch (const core::xml::XMLException& error) {
     throw Failure(nameOf(path) + ": " + error.what());
   }
@@ -50,9 +57,13 @@ void importDocument(const std::string& path, IDataStore* store,
       throw Failure(nameOf(path) + ": the store holds '" +
                     core::string::StringAlgorithm::UTF8Encode(done.name) +
                     "' already; an import adds new top-level containers and tables only");
+    case IXMLFrontEnd::kNoRoot:
+      throw Failure(nameOf(path) + ": the document holds no tree: its outermost element " +
+                    "must be a root, as in <root name=\"...\">");
     case IXMLFrontEnd::kNotRefused:
       break;
   }
+  return done.reports;
 }
 
 }  // namespace kmeta

@@ -191,8 +191,8 @@ TEST_P(KmetaStoreTest, ImportedDocumentsAreListedAndExportedByOtherProcesses) {
   EXPECT_EQ(exported.out, kDocument);
   Outcome part = kmeta({"export", "--store", store(), "--path", "limits"});
   EXPECT_EQ(part.out,
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-            "<table name=\"limits\">\n  <int32 name=\"max\">7</int32>\n</table>\n");
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root version=\"1\" name=\"plant\">\n"
+            "  <table name=\"limits\">\n    <int32 name=\"max\">7</int32>\n  </table>\n</root>\n");
   EXPECT_EQ(kmeta({"ls", "--store", store(), "pumps"}).out,
             "kind\tname\tclass\tunit\tdimension\tflags\n"
             "node\tp1\t\t\t5\t\n");
@@ -291,8 +291,8 @@ TEST_F(KmetaTest, ChangesMadeByOtherProcessesAreSeenByTheNextCall) {
   using kestrine::platform::core::storage::datastore::LmdbDataStore;
   using kestrine::platform::data::structure::IContainerFrontEnd;
   auto import = [&](const std::string& group) {
-    std::string document = "<root name=\"r\"><group name=\"" + group +
-                           "\"><int32 name=\"n\">1</int32></group></root>";
+    std::string document =
+        "<root name=\"r\"><group name=\"" + group + "\"><int32 name=\"n\">1</int32></group></root>";
     return kmeta({"import", "--store", store(), file(group + ".xml", document)}).status;
   };
   ASSERT_EQ(kmeta({"import", "--store", store(), file("doc.xml", kDocument)}).status, 0);

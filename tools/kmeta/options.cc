@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <cstring>
+#include <stdexcept>
 
 #include "failure.h"
 
@@ -11,14 +12,31 @@ namespace {
 struct tOptionName {
   const char* name;
   Option option;
+  bool takesValue;
 };
 
 const tOptionName kpOptions[] = {
-    {"--store", kStoreOption},
-    {"--schemas", kSchemasOption},
-    {"--path", kPathOption},
-    {"--stats", kStatsOption},
+    {"--store", kStoreOption, true},        {"--schemas", kSchemasOption, true},
+    {"--path", kPathOption, true},          {"--stats", kStatsOption, false},
+    {"--strict", kStrictOption, false},     {"--max-depth", kMaxDepthOption, true},
+    {"--max-value", kMaxValueOption, true}, {"--max-fields", kMaxFieldsOption, true},
 };
+
+// A limit's value: a decimal count, 0 for none, at most what the library takes.
+unsigned long long count(const std::string& option, const std::string& value,
+                         unsigned long long most) {
+  std::size_t end = 0;
+  unsigned long long number = 0;
+  try {
+    if (!value.empty() && value[0] >= '0' && value[0] <= '9') number = std::stoull(value, &end);
+  } catch (const std::out_of_range&) {
+    end = 0;
+  }
+  if (end == 0 || end != value.size() || number > most)
+    throw UsageError(option + " needs a count from 0 (no limit) to " + std::to_string(most) +
+                     ", not '" + value + "'");
+  return number;
+}
 
 // Stores the value of an option that takes one.
 void assign(Options& options, Option option, const std::string& value) {
@@ -32,7 +50,16 @@ void assign(Options& options, Option option, const std::string& value) {
     case kPathOption:
       options.path = value;
       break;
-    case kStatsOption:
+    case kMaxDepthOption:
+      options.limits.depth = count(optionName(option), value, 0xFFFFFFFFu);
+      break;
+    case kMaxValueOption:
+      options.limits.valueBytes = count(optionName(option), value, 0xFFFFFFFFu);
+      break;
+    case kMaxFieldsOption:
+      options.limits.fields = count(optionName(option), value, 0xFFFFFFFFu);
+      break;
+    default:
       break;
   }
 }
@@ -72,7 +99,7 @@ Options parseArguments(int argc, const char* const* argv) {
       if (name == candidate.name) found = &candidate;
     if (found == nullptr) throw UsageError("unknown option '" + name + "'");
     options.given |= found->option;
-    if (found->option == kStatsOption) {
+    if (!found->takesValue) {
       if (equals != std::string::npos) throw UsageError(name + " takes no value");
       continue;
     }

@@ -12,6 +12,23 @@ enum Option : unsigned {
   kSchemasOption = 2,
   kPathOption = 4,
   kStatsOption = 8,
+  kStrictOption = 16,
+  kMaxDepthOption = 32,
+  kMaxValueOption = 64,
+  kMaxFieldsOption = 128,
+  // Every limit, for the commands that read documents.
+  kLimitOptions = kMaxDepthOption | kMaxValueOption | kMaxFieldsOption,
+};
+
+// What a document read by kmeta may hold at most, each 0 for no limit. The defaults lie far
+// beyond any real document, and keep a hostile one within about a gigabyte of memory.
+struct Limits {
+  // Levels of nested elements.
+  unsigned long long depth = 200000;
+  // Bytes of one primitive's values; its text may take 8 times as many.
+  unsigned long long valueBytes = 64ull << 20;
+  // Fields of one struct layout, struct members expanded (see ISchemaLocator::make).
+  unsigned long long fields = 100000;
 };
 
 // A command line taken apart, not yet checked against the command it names.
@@ -23,6 +40,7 @@ struct Options {
   std::string store = ":memory:";
   std::vector<std::string> schemas;
   std::string path;
+  Limits limits;
   std::vector<std::string> operands;
 };
 
@@ -31,7 +49,8 @@ const char* optionName(Option option);
 
 // Reads argv[1...]: the command first, then options and operands in any order ("--" ends the
 // options; "--name=value" is the same as "--name value"). "--help" anywhere asks for the usage
-// text. Throws UsageError for an unknown option, a missing value or a missing command.
+// text. Throws UsageError for an unknown option, a missing or malformed value or a missing
+// command.
 Options parseArguments(int argc, const char* const* argv);
 
 }  // namespace kmeta

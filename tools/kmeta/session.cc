@@ -21,21 +21,24 @@ bool isDatabaseAddress(const std::string& store) {
 
 }  // namespace
 
-void StderrReporter::report(core::string::WideString message) {
+void LineReporter::report(core::string::WideString message) {
   std::string line = core::string::StringAlgorithm::UTF8Encode(message);
   line += '\n';
-  std::fputs(line.c_str(), stderr);
+  std::fputs(line.c_str(), out_);
 }
 
 Session::~Session() = default;
 
-void Session::open(const std::string& store, const std::vector<std::string>& schemas, bool create) {
-  if (!schemas.empty())
-    locator_ = kestrine::platform::data::metadata::ISchemaLocator::make(nullptr);
-  for (const std::string& path : schemas) {
+void Session::open(const Options& options, const std::string& store, bool create) {
+  if (!options.schemas.empty()) {
+    locator_ = kestrine::platform::data::metadata::ISchemaLocator::make(
+        nullptr, static_cast<unsigned>(options.limits.fields));
+  }
+  for (const std::string& path : options.schemas) {
     schemaStores_.push_back(std::make_unique<MemoryDataStore>());
     // Earlier schema documents serve the later ones' classes and struct types.
-    importDocument(path, schemaStores_.back().get(), locator_.get(), &reporter_);
+    importDocument(path, schemaStores_.back().get(), locator_.get(), &reporter_,
+                   readingOptions(options.limits, false));
     locator_->push(schemaStores_.back().get());
   }
   if (store == ":memory:") {

@@ -1,6 +1,7 @@
 #ifndef KPL_TOOLS_KMETA_SESSION_H_
 #define KPL_TOOLS_KMETA_SESSION_H_
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,14 +9,21 @@
 #include <kestrine/platform/core.h>
 #include <kestrine/platform/data.h>
 
+#include "options.h"
+
 namespace kmeta {
 
 using kestrine::platform::core::storage::datastore::IDataStore;
 
-// Writes each parse report to standard error, one line each, as UTF-8.
-class StderrReporter : public kestrine::platform::data::format::xml::IXMLFrontEnd::IErrorReporter {
+// Writes each parse report to a stream (standard error unless told), one line each, as
+// UTF-8.
+class LineReporter : public kestrine::platform::data::format::xml::IXMLFrontEnd::IErrorReporter {
  public:
+  explicit LineReporter(std::FILE* out = stderr) : out_(out) {}
   void report(kestrine::platform::core::string::WideString message) override;
+
+ private:
+  std::FILE* out_;
 };
 
 // What one command works on: the store, the schema documents (each parsed into an in-memory
@@ -34,17 +42,18 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Parses the schema documents, then opens `store`: ":memory:" for a fresh memory store, a
-  // postgresql:// or postgres:// address for a database store, else a store file; a
-  // persistent store must exist unless `create`. Throws Failure, or core::Exception from the
-  // store, naming what could not be opened or read.
-  void open(const std::string& store, const std::vector<std::string>& schemas, bool create);
+  // Parses the schema documents of `options` within its limits, then opens `store`:
+  // ":memory:" for a fresh memory store, a postgresql:// or postgres:// address for a
+  // database store, else a store file; a persistent store must exist unless `create`.
+  // Throws Failure, or core::Exception from the store, naming what could not be opened or
+  // read.
+  void open(const Options& options, const std::string& store, bool create);
 
   // The store; null before open().
   IDataStore* store() const { return store_.get(); }
   // The locator over the schema documents; null when none was given.
   kestrine::platform::data::metadata::ISchemaLocator* locator() const;
-  StderrReporter* reporter() { return &reporter_; }
+  LineReporter* reporter() { return &reporter_; }
 
   // Live records and bytes used (see IDataStore::used) of the store.
   unsigned records() const;
@@ -61,7 +70,7 @@ class Session {
   std::vector<std::unique_ptr<IDataStore>> schemaStores_;
   kestrine::platform::core::memory::SharedPtr<kestrine::platform::data::metadata::ISchemaLocator>
       locator_;
-  StderrReporter reporter_;
+  LineReporter reporter_;
   std::unique_ptr<IDataStore> store_;
   kestrine::platform::core::storage::datastore::LmdbDataStore* file_ = nullptr;
   kestrine::platform::core::storage::datastore::PostgresDataStore* database_ = nullptr;
