@@ -119,7 +119,10 @@ Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tA
   if (Record::peek(store_, existing) != kind) return nullptr;
   std::unique_ptr<Metadata::Item> found = reopen(store_, existing, kind);
   if (!equivalent(found.get(), child, kind)) return nullptr;
-  remark(L"merged into the earlier ", child->tag(), L"");
+  // A hidden item is a member inherited from a class, there for the document to fill in;
+  // a visible one was given before, and what this one sets replaces it.
+  if ((found->flags() & 0x04) == 0)
+    remark(L"merged into the earlier ", child->tag(), L": its values replace the earlier ones");
   found->show();
   return found.release();
 }

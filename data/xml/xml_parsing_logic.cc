@@ -88,7 +88,7 @@ void XMLParsingLogic::report(const char* name, const WideString& text) {
 }
 
 void XMLParsingLogic::remark(const WideString& text) {
-  report(current_, text);
+  if (options_.thorough) report(current_, text);
 }
 
 void XMLParsingLogic::dropText(const char* owner) {

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 
 #include "failure.h"
 
@@ -18,17 +17,27 @@ std::string nameOf(const std::string& path) {
   return path == "-" ? "standard input" : path;
 }
 
-std::unique_ptr<core::io::IDataReader> open(const std::string& path) {
-  std::error_code ignored;
-  if (path != "-" && std::filesystem::is_directory(path, ignored))
-    throw Failure(path + ": is a directory");
-  auto reader = std::make_unique<core::io::FileReader>(path);
-  errno = 0;
-  if (!reader->open())
-    throw Failure(nameOf(path) + ": cannot open" +
-                  (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
-  return reader;
-}
+// A document opened once, before the import, so that one that cannot be opened is told as
+// such. The import's own open() then finds it ready: a pipe, or standard input, opened a
+// second time would have nothing left to give.
+class OpenedDocument : public core::io::IDataReader {
+ public:
+  explicit OpenedDocument(const std::string& path) : file_(path) {
+    std::error_code ignored;
+    if (path != "-" && std::filesystem::is_directory(path, ignored))
+      throw Failure(path + ": is a directory");
+    errno = 0;
+    if (!file_.open())
+      throw Failure(nameOf(path) + ": cannot open" +
+                    (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
+  }
+  bool open() override { return true; }
+  unsigned read(void* buffer, unsigned size) override { return file_.read(buffer, size); }
+  void close() override {}
+
+ private:
+  core::io::FileReader file_;
+};
 
 }  // namespace
 
@@ -43,10 +52,10 @@ tImportOptions readingOptions(const Limits& limits, bool thorough) {
 unsigned importDocument(const std::string& path, IDataStore* store,
                         kestrine::platform::data::metadata::ISchemaLocator* locator,
                         IXMLFrontEnd::IErrorReporter* reporter, const tImportOptions& options) {
-  std::unique_ptr<core::io::IDataReader> reader = open(path);
+  OpenedDocument reader(path);
   IXMLFrontEnd::tImport done;
   try {
-    done = IXMLFrontEnd::import(store, reader.get(), locator, reporter, options);
+    done = IXMLFrontEnd::import(store, &reader, locator, reporter, options);
   } catch (const core::xml::XMLException& error) {
     throw Failure(nameOf(path) + ": " + error.what());
   }

@@ -7,14 +7,19 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "core/storage/datastore_test_support.h"
 
 extern char** environ;
 
@@ -42,10 +47,13 @@ inline pid_t startKmeta(const std::vector<std::string>& arguments, const std::st
   return pid;
 }
 
-// Waits for a process and returns its exit status, or 128 + the signal that ended it.
-inline int waitKmeta(pid_t pid) {
+// Waits for a process and returns its exit status, or 128 + the signal that ended it; with
+// `peakKb`, also its peak resident memory.
+inline int waitKmeta(pid_t pid, long* peakKb = nullptr) {
   int status = 0;
-  if (pid <= 0 || waitpid(pid, &status, 0) != pid) return -1;
+  struct rusage usage {};
+  if (pid <= 0 || wait4(pid, &status, 0, &usage) != pid) return -1;
+  if (peakKb != nullptr) *peakKb = usage.ru_maxrss;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -61,14 +69,43 @@ struct Outcome {
   int status;
   std::string out;
   std::string err;
+  long peakKb;
 };
 
 // Runs kmeta to its end; `scratch` is a directory for the captured outputs.
 inline Outcome runKmeta(const std::string& scratch, const std::vector<std::string>& arguments,
                         const std::string& input = "") {
   std::string out = scratch + "/kmeta.out", err = scratch + "/kmeta.err";
-  int status = waitKmeta(startKmeta(arguments, input, out, err));
-  return Outcome{status, readFile(out), readFile(err)};
+  long peakKb = 0;
+  int status = waitKmeta(startKmeta(arguments, input, out, err), &peakKb);
+  return Outcome{status, readFile(out), readFile(err), peakKb};
+}
+
+// A test that runs kmeta in a scratch directory of its own.
+class KmetaTest : public ::testing::Test {
+ protected:
+  // Writes `text` to a file of the scratch directory and returns its path.
+  std::string file(const std::string& name, const std::string& text) {
+    std::string path = scratch() + "/" + name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  Outcome kmeta(const std::vector<std::string>& arguments, const std::string& input = "") {
+    return runKmeta(scratch(), arguments, input);
+  }
+  const std::string& scratch() const { return directory_.directory(); }
+  std::string store() const { return scratch() + "/store"; }
+
+ private:
+  kestrine::platform::core::storage::datastore::TemporaryDirectory directory_;
+};
+
+// Expects a failure of status 1 told in one line on standard error, starting with `start`.
+inline void expectFailure(const Outcome& run, const std::string& start) {
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err.rfind("kmeta: " + start, 0), 0u) << run.err;
+  EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << "not one line: " << run.err;
 }
 
 }  // namespace kmeta::testing

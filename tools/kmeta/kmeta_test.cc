@@ -71,37 +71,11 @@ const char kTyped[] =
     "<table name=\"other\" optional=\"true\"><int8 name=\"bolts\">1</int8></table>"
     "</node></root>";
 
-class KmetaTest : public ::testing::Test {
- protected:
-  // Writes `text` to a file of the scratch directory and returns its path.
-  std::string file(const std::string& name, const std::string& text) {
-    std::string path = scratch() + "/" + name;
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-  }
-  Outcome kmeta(const std::vector<std::string>& arguments, const std::string& input = "") {
-    return runKmeta(scratch(), arguments, input);
-  }
-  const std::string& scratch() const { return directory_.directory(); }
-  std::string store() const { return scratch() + "/store"; }
-
- private:
-  TemporaryDirectory directory_;
-};
-
 // Runs a test on each kind of persistent store.
 class KmetaStoreTest : public KmetaTest, public ::testing::WithParamInterface<std::string> {
  protected:
   std::string store() const { return storeArgument(GetParam(), scratch()); }
 };
-
-// Expects a failure of status 1 told in one line on standard error, starting with `start`.
-void expectFailure(const Outcome& run, const std::string& start) {
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err.rfind("kmeta: " + start, 0), 0u) << run.err;
-  EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << "not one line: " << run.err;
-}
 
 // Catches: a command line that is not understood running anyway, or failing without a word.
 TEST_F(KmetaTest, RefusesCommandLinesItDoesNotUnderstand) {

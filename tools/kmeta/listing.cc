@@ -7,12 +7,12 @@
 namespace kmeta {
 
 namespace data = kestrine::platform::data;
-using kestrine::platform::core::string::StringAlgorithm;
-using kestrine::platform::core::string::WideString;
 using data::metadata::IPrimitive;
 using data::metadata::ITable;
 using data::structure::IContainer;
 using data::structure::IContainerFrontEnd;
+using kestrine::platform::core::string::StringAlgorithm;
+using kestrine::platform::core::string::WideString;
 
 namespace {
 

@@ -22,8 +22,8 @@ Named require(IDataStore* store, const std::string& path, Named a, Named b, cons
   } else if (IContainerFrontEnd::find(store, wide(path))) {
     named = Named::kContainer;
   } else if (auto property = IContainerFrontEnd::property(store, wide(path))) {
-    named = property->type() == data::metadata::IProperty::kTable ? Named::kTable
-                                                                   : Named::kPrimitive;
+    named =
+        property->type() == data::metadata::IProperty::kTable ? Named::kTable : Named::kPrimitive;
   } else {
     throw Failure("nothing at '" + path + "'");
   }
