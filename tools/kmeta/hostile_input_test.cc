@@ -154,6 +154,34 @@ TEST_F(KmetaTest, StructTypesThatExpandWithoutBoundAreRefused) {
   EXPECT_LT(deep.peakKb, kGigabyteKb / 2);
 }
 
+// Catches (full disks told as "Input/output error", memory as "std::bad_alloc"): messages
+// that do not say what ran out.
+TEST_F(KmetaTest, ExhaustedResourcesAreToldByName) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer reserves more address space than the limit allows";
+#else
+  const std::string huge = file("huge.xml",
+                                "<root name=\"r\"><node name=\"n\"><uint8 name=\"x\" "
+                                "dim=\"1000000000\"/></node></root>");
+  // The child inherits the limit at its start; this process gets its own back at once.
+  struct rlimit before;
+  getrlimit(RLIMIT_AS, &before);
+  struct rlimit limited = before;
+  limited.rlim_cur = 512ull << 20;
+  setrlimit(RLIMIT_AS, &limited);
+  pid_t pid = startKmeta({"roundtrip", "--max-value", "0", huge}, "", "", scratch() + "/err");
+  setrlimit(RLIMIT_AS, &before);
+  EXPECT_EQ(waitKmeta(pid), 1);
+  EXPECT_EQ(readFile(scratch() + "/err"), "kmeta: out of memory\n");
+#endif
+  std::string err = scratch() + "/full.err";
+  EXPECT_EQ(waitKmeta(startKmeta({"roundtrip", file("doc.xml", chain(1))}, "", "/dev/full", err)),
+            1);
+  EXPECT_EQ(readFile(err),
+            "kmeta: cannot write standard output: disk full (No space left on "
+            "device)\n");
+}
+
 // Catches (a subtree export that imported as records without a tree, after which every
 // import failed; a wrapper element or a document of only a node passing with 0 records):
 // documents that leave a store without a root.

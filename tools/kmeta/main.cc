@@ -1,6 +1,7 @@
 // kmeta: reads and writes metadata trees as XML, in memory, in a store file or in a database.
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include "commands.h"
 #include "failure.h"
@@ -93,6 +94,8 @@ int main(int argc, char** argv) {
       return 0;
     }
     return kmeta::findCommand(options).run(options, session);
+  } catch (const std::bad_alloc&) {
+    return fail(session, "out of memory");
   } catch (const std::exception& error) {
     return fail(session, error.what());
   } catch (...) {
