@@ -172,6 +172,10 @@ void Element::attribute(core::xml::XMLSerializer* writer, const wchar_t* name,
   if (value != nullptr) writer->addAttribute(name, value);
 }
 
+void Element::optional(Metadata::Item* item, core::xml::XMLSerializer* writer) const {
+  if (exact_ && (item->flags() & 0x01) != 0) writer->addAttribute(L"optional", L"true");
+}
+
 void Element::names(Metadata::Item* item, core::xml::XMLSerializer* writer) {
   unsigned count = item->locales();
   for (unsigned i = 0; i < count; ++i) {

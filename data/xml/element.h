@@ -6,6 +6,7 @@
 
 #include "data/tree/set.h"
 #include "data/units/units_dictionary.h"
+#include "data/values/number_text.h"
 #include "data/xml/remarks.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/string.h"
@@ -75,6 +76,10 @@ class Element {
   const WideString& message() const { return message_; }
   // Where a thorough parse takes the handler's remarks; null (the default) for none.
   void remarks(Remarks* remarks) { remarks_ = remarks; }
+  // Whether serialize() writes what the described export leaves out, so that a tree survives
+  // export and import: floating values in the fewest digits that read back bit for bit, and
+  // optional="true" on containers and tables. Off by default.
+  void exact(bool exact) { exact_ = exact; }
   // The current sub-state (see tSubState).
   std::int32_t substate() const { return substate_; }
 
@@ -134,9 +139,16 @@ class Element {
                         const wchar_t* value);
   // Writes one "name" element per localized name of the item, in index order.
   static void names(Metadata::Item* item, core::xml::XMLSerializer* writer);
+  // In an exact export, optional="true" for an optional item.
+  void optional(Metadata::Item* item, core::xml::XMLSerializer* writer) const;
+  // The digits of floating values this export writes.
+  Values::FloatDigits digits() const {
+    return exact_ ? Values::FloatDigits::kShortest : Values::FloatDigits::kSeven;
+  }
 
   IDataStore* store_;
   Remarks* remarks_ = nullptr;
+  bool exact_ = false;
   WideString message_;
   std::int32_t substate_;
   // The locale of the open "name" sub-element.

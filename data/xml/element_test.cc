@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "data/tree/primitive.h"
 
 namespace kestrine::platform::data::XML {

@@ -53,6 +53,7 @@ bool XMLContainer::serialize(Metadata::Item* item, core::xml::XMLSerializer* wri
   begin(writer, wname(), item);
   attribute(writer, L"class", container->base());
   if (kind_ == structure::IContainer::kLink) attribute(writer, L"to", container->info());
+  optional(item, writer);
   names(item, writer);
   return true;
 }

@@ -39,13 +39,13 @@ void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic) {
 
 // Writes the subtree at `offset` as a document, under the caller's lock of the store.
 void render(IDataStore* store, core::io::IDataWriter* writer, metadata::ISchemaLocator* locator,
-            unsigned offset, bool inRoot) {
+            unsigned offset, const tExportOptions& options) {
   core::KPLUUID id;
   core::xml::XMLSerializer serializer(id);
   // The answer of open is not consulted: a writer that did not open fails on its own.
   writer->open();
   serializer.attach(writer);
-  XML::XMLRenderingLogic rendering(store, &serializer, locator, offset, inRoot);
+  XML::XMLRenderingLogic rendering(store, &serializer, locator, offset, options);
   serializer.detach();
   writer->close();
 }
@@ -108,7 +108,7 @@ void IXMLFrontEnd::parse(structure::IContainer* target, core::io::IDataReader* r
 void IXMLFrontEnd::serialize(IDataStore* store, core::io::IDataWriter* writer,
                              metadata::ISchemaLocator* locator, unsigned int offset) {
   Metadata::Lock lock(store);
-  render(store, writer, locator, offset, false);
+  render(store, writer, locator, offset, tExportOptions());
 }
 
 IXMLFrontEnd::tImport IXMLFrontEnd::import(IDataStore* store, core::io::IDataReader* reader,
@@ -154,7 +154,7 @@ bool IXMLFrontEnd::serialize(IDataStore* store, core::io::IDataWriter* writer,
   const unsigned offset = Metadata::resolvePath(store, path.string());
   Record::tType kind = Record::peek(store, offset);
   if (kind != Record::kRoot && kind != Record::kContainer && kind != Record::kTable) return false;
-  render(store, writer, locator, offset, options.inRoot);
+  render(store, writer, locator, offset, options);
   return true;
 }
 

@@ -126,7 +126,7 @@ bool XMLPrimitive::serialize(Metadata::Item* item, core::xml::XMLSerializer* wri
   if (type_ == metadata::kStruct) attribute(writer, L"type", primitive->base());
   attribute(writer, L"uri", primitive->uri());
   names(item, writer);
-  std::vector<std::wstring> blocks = text_.write(*primitive, Values::FloatDigits::kSeven);
+  std::vector<std::wstring> blocks = text_.write(*primitive, digits());
   // Values go into "val" elements when the item has localized names, so that text never
   // mixes with them, and whenever there are several strings.
   bool wrap = blocks.size() > 1 || (!blocks.empty() && item->locales() > 0);

@@ -3,6 +3,7 @@
 #include "data/tree/container.h"
 #include "data/tree/descent.h"
 #include "data/tree/primitive.h"
+#include "data/values/value_types.h"
 #include "data/xml/xml_container.h"
 #include "data/xml/xml_primitive.h"
 #include "data/xml/xml_root.h"
@@ -14,16 +15,50 @@ using core::storage::datastore::IDataStore;
 
 XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer* writer,
                                      metadata::ISchemaLocator* locator, unsigned offset,
-                                     bool inRoot)
-    : store_(store), writer_(writer), locator_(locator) {
+                                     const format::xml::tExportOptions& options)
+    : store_(store),
+      writer_(writer),
+      root_(new XMLRoot(store)),
+      table_(new XMLTable(store, nullptr)) {
+  for (unsigned kind = structure::IContainer::kNode; kind <= structure::IContainer::kLink; ++kind)
+    containers_.emplace_back(
+        new XMLContainer(store, static_cast<structure::IContainer::tType>(kind), nullptr));
+  for (const Values::tValueTraits* type = Values::begin(); type != Values::end(); ++type) {
+    if (primitives_.size() <= type->type) primitives_.resize(type->type + 1);
+    primitives_[type->type].reset(new XMLPrimitive(store, type->type, locator));
+  }
+  for (Element* each : std::initializer_list<Element*>{root_.get(), table_.get()})
+    each->exact(options.exact);
+  for (auto& container : containers_)
+    container->exact(options.exact);
+  for (auto& primitive : primitives_)
+    if (primitive) primitive->exact(options.exact);
+
   writer_->emitXMLHeader();
-  const bool wrap = inRoot && offset != 0 && Record::peek(store_, 0) == Record::kRoot;
+  const bool wrap = options.inRoot && offset != 0 && Record::peek(store_, 0) == Record::kRoot;
   if (wrap) {
     Design::Logic root(store_, 0, false);
-    XMLRoot(store_).serialize(root.operator->(), writer_);
+    root_->serialize(root.operator->(), writer_);
   }
   translate(offset);
   if (wrap) writer_->endElement(false);
+}
+
+XMLRenderingLogic::~XMLRenderingLogic() = default;
+
+Element* XMLRenderingLogic::handler(Record::tType kind, unsigned type) {
+  switch (kind) {
+    case Record::kRoot:
+      return root_.get();
+    case Record::kTable:
+      return table_.get();
+    case Record::kContainer:
+      return type < containers_.size() ? containers_[type].get() : nullptr;
+    case Record::kPrimitive:
+      return type < primitives_.size() ? primitives_[type].get() : nullptr;
+    default:
+      return nullptr;
+  }
 }
 
 void XMLRenderingLogic::translate(unsigned offset) {
@@ -51,26 +86,17 @@ void XMLRenderingLogic::start(unsigned offset, std::deque<tOpen>& open) {
   Metadata::Item* item = logic ? logic.operator->() : nullptr;
   bool written = false;
   if (item != nullptr && (item->flags() & 0x04) == 0) {
-    switch (logic.kind()) {
-      case Record::kPrimitive: {
-        auto* primitive = static_cast<Design::Primitive*>(item);
-        XMLPrimitive handler(store_, primitive->valuetype(), locator_);
-        if (handler.serialize(item, writer_)) writer_->endElement(false);
-        break;
-      }
-      case Record::kRoot:
-        written = XMLRoot(store_).serialize(item, writer_);
-        break;
-      case Record::kTable:
-        written = XMLTable(store_, nullptr).serialize(item, writer_);
-        break;
-      case Record::kContainer: {
-        auto* container = static_cast<Structural::Container*>(item);
-        written = XMLContainer(store_, container->type(), nullptr).serialize(item, writer_);
-        break;
-      }
-      default:
-        break;
+    unsigned type = 0;
+    if (logic.kind() == Record::kPrimitive)
+      type = static_cast<Design::Primitive*>(item)->valuetype();
+    else if (logic.kind() == Record::kContainer)
+      type = static_cast<Structural::Container*>(item)->type();
+    Element* writer = handler(logic.kind(), type);
+    written = writer != nullptr && writer->serialize(item, writer_);
+    // A primitive's element is whole: it has no children to wait for.
+    if (written && logic.kind() == Record::kPrimitive) {
+      writer_->endElement(false);
+      written = false;
     }
   }
   // Only sets with a written start tag stay open for their children.

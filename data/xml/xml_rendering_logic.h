@@ -2,13 +2,22 @@
 #define KPL_DATA_XML_XML_RENDERING_LOGIC_H_
 
 #include <deque>
+#include <memory>
+#include <vector>
 
 #include "data/tree/logic.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/xml.h"
+#include "kestrine/platform/data/format/xml.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
 namespace kestrine::platform::data::XML {
+
+class Element;
+class XMLContainer;
+class XMLPrimitive;
+class XMLRoot;
+class XMLTable;
 
 // Writes a subtree of a store as an XML document: each record is opened by its kind and
 // written by the handler of its element, then its children in list order. Hidden items
@@ -18,11 +27,12 @@ namespace kestrine::platform::data::XML {
 // Holds no state between calls and owns none of its pointers. One thread at a time.
 class XMLRenderingLogic {
  public:
-  // Writes the XML header and the record at `offset` with its subtree; with `inRoot`, a
-  // subtree below the root goes inside the root's element, without the root's other
-  // children. Store and writer failures pass through.
+  // Writes the XML header and the record at `offset` with its subtree, as `options` say.
+  // Store and writer failures pass through.
   XMLRenderingLogic(core::storage::datastore::IDataStore* store, core::xml::XMLSerializer* writer,
-                    metadata::ISchemaLocator* locator, unsigned offset, bool inRoot = false);
+                    metadata::ISchemaLocator* locator, unsigned offset,
+                    const format::xml::tExportOptions& options = format::xml::tExportOptions());
+  ~XMLRenderingLogic();
   XMLRenderingLogic(const XMLRenderingLogic&) = delete;
   XMLRenderingLogic& operator=(const XMLRenderingLogic&) = delete;
 
@@ -42,9 +52,17 @@ class XMLRenderingLogic {
   // when it has children to write.
   void start(unsigned offset, std::deque<tOpen>& open);
 
+  // The handler that writes a record of `kind` (a container's or primitive's `type`); null
+  // for a kind that has none.
+  Element* handler(Record::tType kind, unsigned type);
+
   core::storage::datastore::IDataStore* store_;
   core::xml::XMLSerializer* writer_;
-  metadata::ISchemaLocator* locator_;
+  // One handler per element name, made once for the whole document.
+  std::unique_ptr<XMLRoot> root_;
+  std::unique_ptr<XMLTable> table_;
+  std::vector<std::unique_ptr<XMLContainer>> containers_;
+  std::vector<std::unique_ptr<XMLPrimitive>> primitives_;
 };
 
 }  // namespace kestrine::platform::data::XML

@@ -76,6 +76,7 @@ bool XMLTable::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer)
   if (table == nullptr) return false;
   begin(writer, wname(), item);
   attribute(writer, L"class", table->base());
+  optional(item, writer);
   for (units::tUnitGroup group : table->groups()) {
     writer->startElement(L"default");
     const char* unit = _oUnits.unit(table->units(group));

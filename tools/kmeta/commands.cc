@@ -28,11 +28,12 @@ void print(const std::string& text) {
 }
 
 // Writes the tree, or the subtree at `path` inside the tree's root so that the document
-// imports again as a tree.
-void serialize(Session& session, const std::string& path) {
+// imports again as a tree; losslessly with --exact.
+void serialize(const Options& options, Session& session, const std::string& path) {
   core::io::FileWriter out("-");
   data::format::xml::tExportOptions exporting;
   exporting.inRoot = true;
+  exporting.exact = (options.given & kExactOption) != 0;
   IXMLFrontEnd::serialize(session.store(), &out, session.locator(), wide(path), exporting);
 }
 
@@ -41,7 +42,7 @@ int roundtrip(const Options& options, Session& session) {
   importDocument(options.operands[0], session.store(), session.locator(), session.reporter(),
                  readingOptions(options.limits, false));
   require(session.store(), "", Named::kRoot, Named::kRoot, "tree");
-  serialize(session, "");
+  serialize(options, session, "");
   return 0;
 }
 
@@ -71,7 +72,7 @@ int exportTree(const Options& options, Session& session) {
   session.open(options, options.store, false);
   require(session.store(), options.path, options.path.empty() ? Named::kRoot : Named::kContainer,
           Named::kTable, "container or table");
-  serialize(session, options.path);
+  serialize(options, session, options.path);
   session.commit();
   return 0;
 }
@@ -152,10 +153,11 @@ int check(const Options& options, Session& session) {
 }
 
 const Command kpCommands[] = {
-    {"roundtrip", kSchemasOption | kLimitOptions, 1, 1, roundtrip},
+    {"roundtrip", kSchemasOption | kLimitOptions | kExactOption, 1, 1, roundtrip},
     {"import", kStoreOption | kSchemasOption | kStatsOption | kStrictOption | kLimitOptions, 1, 1,
      import},
-    {"export", kStoreOption | kSchemasOption | kPathOption | kLimitOptions, 0, 0, exportTree},
+    {"export", kStoreOption | kSchemasOption | kPathOption | kLimitOptions | kExactOption, 0, 0,
+     exportTree},
     {"ls", kStoreOption, 0, 1, list},
     {"get", kStoreOption | kSchemasOption | kLimitOptions, 1, 1, get},
     {"validate", kStoreOption | kSchemasOption | kLimitOptions, 2, 2, validate},

@@ -20,6 +20,7 @@ const tOptionName kpOptions[] = {
     {"--path", kPathOption, true},          {"--stats", kStatsOption, false},
     {"--strict", kStrictOption, false},     {"--max-depth", kMaxDepthOption, true},
     {"--max-value", kMaxValueOption, true}, {"--max-fields", kMaxFieldsOption, true},
+    {"--exact", kExactOption, false},
 };
 
 // A limit's value: a decimal count, 0 for none, at most what the library takes.

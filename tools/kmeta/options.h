@@ -16,6 +16,7 @@ enum Option : unsigned {
   kMaxDepthOption = 32,
   kMaxValueOption = 64,
   kMaxFieldsOption = 128,
+  kExactOption = 256,
   // Every limit, for the commands that read documents.
   kLimitOptions = kMaxDepthOption | kMaxValueOption | kMaxFieldsOption,
 };

@@ -35,6 +35,11 @@ struct tExportOptions {
   // A container or table is written inside the start and end tags of the tree's root, so
   // that the document imports as a tree of its own.
   bool inRoot = false;
+  // Writes what the described export leaves out, so that a tree survives export and import
+  // unchanged: finite scalar and double values in the fewest digits that read back bit for
+  // bit (rather than 7 significant digits), and optional="true" on optional containers and
+  // tables. Infinities and NaN are written as ever, and read back as no number.
+  bool exact = false;
 };
 
 // Reads XML documents into datastores and writes datastore subtrees as XML.
