@@ -8,6 +8,7 @@
 #include "document.h"
 #include "failure.h"
 #include "listing.h"
+#include "progress.h"
 #include "tree_path.h"
 
 namespace kmeta {
@@ -27,10 +28,25 @@ void print(const std::string& text) {
   out.close();
 }
 
+// Standard output, with progress shown for long exports.
+class ExportOutput : public core::io::IDataWriter {
+ public:
+  bool open() override { return out_.open(); }
+  void write(const void* data, unsigned size) override {
+    out_.write(data, size);
+    progress_.advance(size);
+  }
+  void close() override { out_.close(); }
+
+ private:
+  core::io::FileWriter out_{"-"};
+  Progress progress_{"written"};
+};
+
 // Writes the tree, or the subtree at `path` inside the tree's root so that the document
 // imports again as a tree; losslessly with --exact.
 void serialize(const Options& options, Session& session, const std::string& path) {
-  core::io::FileWriter out("-");
+  ExportOutput out;
   data::format::xml::tExportOptions exporting;
   exporting.inRoot = true;
   exporting.exact = (options.given & kExactOption) != 0;

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "failure.h"
+#include "progress.h"
 
 namespace kmeta {
 
@@ -32,11 +33,16 @@ class OpenedDocument : public core::io::IDataReader {
                     (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
   }
   bool open() override { return true; }
-  unsigned read(void* buffer, unsigned size) override { return file_.read(buffer, size); }
+  unsigned read(void* buffer, unsigned size) override {
+    unsigned count = file_.read(buffer, size);
+    progress_.advance(count);
+    return count;
+  }
   void close() override {}
 
  private:
   core::io::FileReader file_;
+  Progress progress_{"read"};
 };
 
 }  // namespace
