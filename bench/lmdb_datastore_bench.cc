@@ -20,9 +20,16 @@ namespace {
 using kestrine::platform::core::storage::datastore::IDataStore;
 using kestrine::platform::core::storage::datastore::LmdbDataStore;
 using kestrine::platform::core::storage::datastore::MemoryDataStore;
-using kestrine::platform::core::storage::datastore::ScratchLmdbDataStore;
+using kestrine::platform::core::storage::datastore::TemporaryDirectory;
 
 constexpr unsigned kRecords = 10000;
+
+// An LmdbDataStore on a new file in a directory of its own. Bases are destroyed in reverse
+// order, so the store has closed its file by the time the directory is removed.
+class ScratchLmdbDataStore : private TemporaryDirectory, public LmdbDataStore {
+ public:
+  ScratchLmdbDataStore() : LmdbDataStore(directory() + "/store") {}
+};
 
 void commit(IDataStore& store) {
   if (auto* lmdb = dynamic_cast<LmdbDataStore*>(&store)) lmdb->flush();

@@ -14,6 +14,7 @@
 #include "core/storage/datastore_test_support.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/exception.h"
+#include "kestrine/platform/core/lmdb_datastore.h"
 #include "kestrine/platform/core/postgres_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {

@@ -3,13 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "kestrine/platform/core/datastore.h"
+#include "core/storage/datastore_test_support.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/data/metadata/filter.h"
 #include "kestrine/platform/data/metadata/primitive.h"
@@ -21,6 +19,7 @@
 namespace kestrine::platform::data::api_test {
 
 using core::memory::SharedPtr;
+using core::storage::datastore::InterceptingStore;
 using core::storage::datastore::MemoryDataStore;
 using core::string::WideString;
 using metadata::IPrimitive;
@@ -30,54 +29,8 @@ using structure::IContainer;
 using structure::IContainerFrontEnd;
 using Names = std::vector<std::string>;
 
-// A memory store that counts the operations made by a thread that does not hold its lock.
-// Every interface call is meant to take the lock for its whole length, so on this store a
-// count above zero is a call that touched records unguarded.
-class GuardedStore : public MemoryDataStore {
- public:
-  unsigned unguarded() const { return unguarded_.load(); }
-
-  ILock* lock() override { return new Held(this, MemoryDataStore::lock()); }
-  unsigned create(const void* data, unsigned size) override {
-    return check(), MemoryDataStore::create(data, size);
-  }
-  void append(unsigned offset, const void* data, unsigned size) override {
-    check(), MemoryDataStore::append(offset, data, size);
-  }
-  void write(unsigned offset, const void* data, unsigned size, bool changed) override {
-    check(), MemoryDataStore::write(offset, data, size, changed);
-  }
-  unsigned size(unsigned offset) override { return check(), MemoryDataStore::size(offset); }
-  unsigned read(unsigned offset, void* destination, unsigned maximum) override {
-    return check(), MemoryDataStore::read(offset, destination, maximum);
-  }
-  void free(unsigned offset) override { check(), MemoryDataStore::free(offset); }
-
- private:
-  // Records the holder while the store's own (re-entrant) lock is held.
-  struct Held : ILock {
-    Held(GuardedStore* s, ILock* i) : store(s), inner(i) {
-      if (store->depth_++ == 0) store->holder_ = std::this_thread::get_id();
-    }
-    ~Held() override {
-      if (--store->depth_ == 0) store->holder_ = std::thread::id();
-      delete inner;
-    }
-    GuardedStore* store;
-    ILock* inner;
-  };
-
-  void check() {
-    if (holder_.load() != std::this_thread::get_id()) ++unguarded_;
-  }
-
-  std::atomic<std::thread::id> holder_{};
-  unsigned depth_ = 0;  // changed only by the holder
-  std::atomic<unsigned> unguarded_{0};
-};
-
-// A guarded store with a top-level group "top"; every call a test makes must touch the store
-// under its lock only.
+// A store with a top-level group "top"; every call a test makes must touch the store under
+// its lock only.
 class ApiTest : public ::testing::Test {
  protected:
   void TearDown() override { EXPECT_EQ(store_.unguarded(), 0u); }
@@ -85,7 +38,7 @@ class ApiTest : public ::testing::Test {
     return top_->create(name, static_cast<metadata::ISchema*>(nullptr));
   }
 
-  GuardedStore store_;
+  InterceptingStore store_;
   SharedPtr<IContainer> top_ = IContainerFrontEnd::toplevel(&store_, L"top");
 };
 

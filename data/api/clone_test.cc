@@ -115,7 +115,7 @@ TEST_F(CloneTest, CloneByPathsRefusesAndChangesNothing) {
 
 // Catches records missed or left behind across stores, and a refusal that writes anyway.
 TEST_F(CloneTest, CloneIntoAnotherStoreAtAPath) {
-  GuardedStore other;
+  InterceptingStore other;
   EXPECT_FALSE(src_->clone(&other, L"a.b"));
   EXPECT_EQ(other.used(), 0u);
   IContainerFrontEnd::toplevel(&other, L"a")->create(L"taken", metadata::kInt8);

@@ -1,79 +1,100 @@
+// Store faults in the middle of the data layer's operations: whichever store operation fails,
+// the call must hand the store's exception on, hold no store lock afterwards, free what it
+// had built (the sanitizer build checks the leaks), and leave a store that serves the next
+// call. Each scenario is run with a fault at every store operation in turn, once failing just
+// that operation and once failing every later one as well, so that destructors fail while the
+// first fault unwinds.
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
-#include <thread>
+#include <stdexcept>
 
 #include "data/api/api_test_support.h"
-#include "data/testing/faulty_store.h"
+#include "data/schema/schema_locator_impl.h"
+#include "data/schema/schema_test_support.h"
+#include "data/tree/root.h"
+#include "data/tree/tree_test_support.h"
 #include "kestrine/platform/core/exception.h"
 
-// Every store operation that an interface call makes may fail. Whichever one does, the call
-// must hand the store's exception on, hold no store lock afterwards (the next call, on this
-// thread or another, must not block), and free what it had built (ASan checks the leaks).
 namespace kestrine::platform::data::api_test {
 namespace {
 
 using metadata::ISchemaLocator;
 using metadata::IStringArray;
 using structure::ILink;
-using testing::FaultyStore;
 
-// Prepares a scenario on the two stores and returns the operation to run while `faulty` fails.
-using Scenario = std::function<std::function<void()>(FaultyStore& faulty, MemoryDataStore& plain)>;
+// Fills the failing store and the plain one, and answers the call to make while the failing
+// one fails.
+using Scenario =
+    std::function<std::function<void()>(InterceptingStore& failing, MemoryDataStore& plain)>;
 
-// Runs the scenario's operation once for every store operation it makes, failing the n-th
-// (and, when `sticky`, every later one until the operation returns).
-void failEachStep(const Scenario& scenario, bool sticky) {
-  for (unsigned n = 0; n < 100000; ++n) {
-    FaultyStore faulty;
-    MemoryDataStore plain;
-    bool completed = false;
-    {
-      std::function<void()> operation = scenario(faulty, plain);
-      faulty.failAfter(n, sticky);
-      try {
-        operation();
-        completed = !faulty.fired();
-      } catch (const core::Exception&) {
-        EXPECT_TRUE(faulty.fired());
-      }
-      faulty.disarm();
-      ASSERT_EQ(faulty.locksHeld, 0) << "a lock is still held after a fault at step " << n;
-    }  // the scenario's handles close here, on a working store
-    ASSERT_EQ(faulty.locksHeld, 0) << "a handle kept a lock after a fault at step " << n;
-    std::thread other([&faulty] { delete faulty.lock(); });
-    other.join();
-    ASSERT_TRUE(IContainerFrontEnd::toplevel(&faulty, L"after"));
-    if (completed) return;
-  }
-  FAIL() << "the operation never completed";
+// Where a fault may end. The tree and the locator pass every store fault on; a call through
+// the object model may also meet one in a handle's destructor, which closes the handle
+// without throwing.
+enum class Faults { kPassedOn, kPassedOnOrClosedOver };
+
+// The store still takes a new top-level container with a child.
+void servesTheNextCall(InterceptingStore& store) {
+  auto after = IContainerFrontEnd::toplevel(&store, L"after");
+  ASSERT_TRUE(after);
+  EXPECT_TRUE(after->create(L"x", metadata::kInt8));
 }
 
-void failEachStep(const Scenario& scenario) {
-  failEachStep(scenario, false);
-  failEachStep(scenario, true);
+// Runs the scenario's call once for every store operation it makes, on fresh stores each time,
+// failing that operation (and, in the second round, every later one until the call returns);
+// then, with the store working and the call's handles dropped, runs `afterwards`.
+void failEachStep(const Scenario& scenario, Faults faults = Faults::kPassedOnOrClosedOver,
+                  const std::function<void(InterceptingStore&)>& afterwards = servesTheNextCall) {
+  for (bool sticky : {false, true}) {
+    for (unsigned step = 0;; ++step) {
+      ASSERT_LT(step, 100000u) << "the call never completed";
+      InterceptingStore failing;
+      MemoryDataStore plain;
+      bool fired = false;
+      {
+        std::function<void()> call = scenario(failing, plain);
+        failing.failAfter(step, sticky);
+        bool threw = false;
+        try {
+          call();
+        } catch (const core::Exception&) {
+          threw = true;
+        }
+        fired = failing.fired();
+        failing.disarm();
+        EXPECT_TRUE(fired || !threw);
+        if (faults == Faults::kPassedOn) {
+          EXPECT_EQ(threw, fired) << "the fault at step " << step << " was swallowed";
+        }
+        ASSERT_EQ(failing.locksHeld, 0) << "a lock is still held after a fault at step " << step;
+      }  // the call's handles close here, on a working store
+      ASSERT_EQ(failing.locksHeld, 0) << "a handle kept a lock after a fault at step " << step;
+      afterwards(failing);
+      if (!fired) break;
+    }
+  }
 }
 
 // Catches a fresh store left half-prepared or locked when making its root fails.
 TEST(FaultInjection, FrontEndOnAFreshStore) {
-  failEachStep([](FaultyStore& faulty, MemoryDataStore&) {
-    return [&faulty] {
-      auto top = IContainerFrontEnd::toplevel(&faulty, WideString());
+  failEachStep([](InterceptingStore& failing, MemoryDataStore&) {
+    return [&failing] {
+      auto top = IContainerFrontEnd::toplevel(&failing, WideString());
       top->create(IContainer::kGroup, L"a", nullptr);
-      IContainerFrontEnd::find(&faulty, L"default.a");
+      IContainerFrontEnd::find(&failing, L"default.a");
     };
   });
 }
 
 // Catches an inheritance or validation that keeps a lock or leaks copies on a failure.
 TEST(FaultInjection, CreatingFromASchema) {
-  failEachStep([](FaultyStore& faulty, MemoryDataStore& plain) {
+  failEachStep([](InterceptingStore& failing, MemoryDataStore& plain) {
     auto schema = defineSchema(&plain, L"s");
     schema->create(L"x", metadata::kDouble, units::Meter);
     schema->create(L"inner", nullptr)->create(L"y", metadata::kInt32, units::tUnit(0));
     auto locator = ISchemaLocator::make(&plain);
-    auto top = IContainerFrontEnd::toplevel(&faulty, L"top");
+    auto top = IContainerFrontEnd::toplevel(&failing, L"top");
     return [locator, top] {
       auto resolved = locator->resolve(L"schemas.s");
       top->create(IContainer::kNode, L"n", resolved.get());
@@ -86,8 +107,8 @@ TEST(FaultInjection, CreatingFromASchema) {
 // Catches values, descriptions, string arrays, defaults and renames that keep a lock on a
 // failure, or a handle whose destructor does.
 TEST(FaultInjection, ValuesDescriptionsAndStrings) {
-  failEachStep([](FaultyStore& faulty, MemoryDataStore&) {
-    auto top = IContainerFrontEnd::toplevel(&faulty, L"top");
+  failEachStep([](InterceptingStore& failing, MemoryDataStore&) {
+    auto top = IContainerFrontEnd::toplevel(&failing, L"top");
     return [top] {
       auto text = top->create(L"text", metadata::kString);
       text->container()->describe(L"en-us", L"Names");
@@ -107,8 +128,8 @@ TEST(FaultInjection, ValuesDescriptionsAndStrings) {
 
 // Catches filters and destroy keeping a lock, or a destroy that leaks, on a failure.
 TEST(FaultInjection, WalkingFiltersAndDestroyingASubtree) {
-  failEachStep([](FaultyStore& faulty, MemoryDataStore&) {
-    auto top = IContainerFrontEnd::toplevel(&faulty, L"top");
+  failEachStep([](InterceptingStore& failing, MemoryDataStore&) {
+    auto top = IContainerFrontEnd::toplevel(&failing, L"top");
     auto sub = top->create(IContainer::kGroup, L"sub", nullptr);
     sub->create(L"v", metadata::kInt8)->container()->describe(L"en-us", L"v");
     sub->create(L"t", static_cast<metadata::ISchema*>(nullptr))->create(L"c", nullptr);
@@ -136,12 +157,12 @@ SharedPtr<IContainer> sourceTree(core::storage::datastore::IDataStore* store) {
 // Catches clones and copies across stores that keep either store's lock or leak their
 // half-made copy when one store fails.
 TEST(FaultInjection, CloningIntoAndOutOfAFailingStore) {
-  failEachStep([](FaultyStore& faulty, MemoryDataStore& plain) {
-    auto in = sourceTree(&plain), out = sourceTree(&faulty);
-    auto target = IContainerFrontEnd::toplevel(&faulty, L"a");
+  failEachStep([](InterceptingStore& failing, MemoryDataStore& plain) {
+    auto in = sourceTree(&plain), out = sourceTree(&failing);
+    auto target = IContainerFrontEnd::toplevel(&failing, L"a");
     IContainerFrontEnd::toplevel(&plain, L"a");
-    return [in, out, target, &faulty, &plain] {
-      in->clone(&faulty, L"a.b");
+    return [in, out, target, &failing, &plain] {
+      in->clone(&failing, L"a.b");
       target->clone(in->container(L"box"));
       target->copy(in);
       out->clone(&plain, L"a.b");
@@ -154,21 +175,126 @@ TEST(FaultInjection, CloningIntoAndOutOfAFailingStore) {
 
 // Catches a link followed across stores that keeps either lock on a failure.
 TEST(FaultInjection, FollowingLinksAcrossStores) {
-  failEachStep([](FaultyStore& faulty, MemoryDataStore& plain) {
+  failEachStep([](InterceptingStore& failing, MemoryDataStore& plain) {
     sourceTree(&plain);
-    sourceTree(&faulty);
+    sourceTree(&failing);
     auto out =
-        IContainerFrontEnd::toplevel(&faulty, L"top")->create(IContainer::kLink, L"out", nullptr);
+        IContainerFrontEnd::toplevel(&failing, L"top")->create(IContainer::kLink, L"out", nullptr);
     ILink::to(out.get())->target(L"src.box");
     auto in =
         IContainerFrontEnd::toplevel(&plain, L"top")->create(IContainer::kLink, L"in", nullptr);
     ILink::to(in.get())->target(L"src.box");
-    return [out, in, &faulty, &plain] {
+    return [out, in, &failing, &plain] {
       ILink::to(out.get())->follow(&plain);
       ILink::to(out.get())->follow(nullptr);
-      ILink::to(in.get())->follow(&faulty);
+      ILink::to(in.get())->follow(&failing);
     };
   });
+}
+
+// A root holding the subtree "g" (see testing::Subtree), as the front end leaves one.
+void rootWithSubtree(InterceptingStore& store) {
+  Metadata::Root(&store, L"root").add(testing::Subtree(&store, L"g").group);
+  store.version(1);
+}
+
+// Catches add, remove, rename, hide, show and clear of the tree leaving a lock held or a
+// leak behind when the store fails half-way.
+TEST(FaultInjection, ChangingTheTree) {
+  failEachStep(
+      [](InterceptingStore& failing, MemoryDataStore&) {
+        rootWithSubtree(failing);
+        return [&failing] {
+          Metadata::Root root(&failing, 0);
+          root.add(testing::Subtree(&failing, L"h").group);
+          root.remove(L"g");
+          root.rename(L"h", L"i");
+          root.hide(root.find(L"i"));
+          Design::Primitive(&failing, root.lookup(L"i.t.p1")).show();
+          Design::Table(&failing, root.lookup(L"i.t"), false).clear();
+        };
+      },
+      Faults::kPassedOn);
+}
+
+// Catches an inherit that keeps the schema store's lock, or leaks its half-made copies, when
+// the schema store fails.
+TEST(FaultInjection, InheritingFromAFailingStore) {
+  failEachStep(
+      [](InterceptingStore& failing, MemoryDataStore& plain) {
+        rootWithSubtree(failing);
+        return [&failing, &plain] {
+          Metadata::Root definitions(&failing, 0);
+          testing::SchemaChain chain({{L"s", &definitions}});
+          Structural::Container(&plain, IContainer::kNode, L"c").inherit(&chain);
+        };
+      },
+      Faults::kPassedOn);
+}
+
+// Catches a destructor that swallows its own store failure, or throws a second one while
+// the first unwinds (which would terminate the process).
+TEST(FaultInjection, ADestructorFailsOnlyWhenNothingElseIsUnwinding) {
+  InterceptingStore store;
+  auto* container = new Structural::Container(&store, IContainer::kNode, L"c");
+  container->localize(L"x", L"en");
+  store.failAfter(0, true);
+  EXPECT_THROW(delete container, core::Exception);  // and still freed
+  store.disarm();
+  EXPECT_THROW(
+      {
+        Design::Primitive item(&store, metadata::kInt8, L"p");
+        item.localize(L"x", L"en");
+        store.failAfter(0, true);
+        throw std::runtime_error("first");
+      },
+      std::runtime_error);
+}
+
+// Resolves "pair;point" (see Schema::SchemaBuilder::pointAndPair), and validates the table
+// "pair" by its schema.
+void resolvePairAndPoint(Schema::SchemaLocatorImpl& locator) {
+  auto chain = locator.schema(WideString(L"pair;point"));
+  ASSERT_TRUE(chain);
+  ASSERT_EQ(2u, chain->links());
+  EXPECT_EQ(5u, chain->layout(0)->fields());
+  EXPECT_EQ(32u, chain->layout(0)->stride());
+  auto pair = locator.schema(WideString(L"pair"));
+  ASSERT_TRUE(pair);
+  EXPECT_EQ(1u, pair->validate(pair->definition(0)));
+}
+
+// Catches a failure swallowed while resolving or validating, a lock left held, and a
+// half-built layout cached for the next call.
+TEST(FaultInjection, ResolvingSchemas) {
+  std::unique_ptr<Schema::SchemaLocatorImpl> locator;
+  failEachStep(
+      [&](InterceptingStore& failing, MemoryDataStore&) {
+        Schema::SchemaBuilder(&failing).pointAndPair();
+        locator = std::make_unique<Schema::SchemaLocatorImpl>();
+        locator->push(&failing);
+        return [&] { resolvePairAndPoint(*locator); };
+      },
+      Faults::kPassedOn,
+      [&](InterceptingStore&) {
+        resolvePairAndPoint(*locator);
+        locator.reset();
+      });
+}
+
+// Evicting cannot fail: a store that refuses the dropped reference counts only keeps them.
+TEST(FaultInjection, PopEvictsEvenWhenTheStoreFails) {
+  InterceptingStore store;
+  Schema::SchemaBuilder(&store).pointAndPair();
+  Schema::SchemaLocatorImpl locator;
+  locator.push(&store);
+  ASSERT_TRUE(locator.schema(WideString(L"pair")));
+  store.failAfter(0, true);
+  EXPECT_TRUE(locator.pop(&store));
+  store.disarm();
+  EXPECT_FALSE(locator.schema(WideString(L"pair")));
+  locator.push(&store);
+  EXPECT_TRUE(locator.schema(WideString(L"pair")));
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ TEST_F(LinkTest, TargetIsStoredAndFollowedFromTheRoot) {
 // store, or takes the link's own store's lock without re-entering it.
 TEST_F(LinkTest, FollowIntoAnotherStoreNeverLooksInItsOwn) {
   link_->target(L"top.b");
-  GuardedStore other;
+  InterceptingStore other;
   EXPECT_FALSE(link_->follow(&other));
   EXPECT_EQ(other.used(), 0u);
   IContainerFrontEnd::toplevel(&other, L"top")->create(IContainer::kGroup, L"b", nullptr);

@@ -45,10 +45,10 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
 
   const int kRounds = 40;
   std::atomic<int> failures{0};
-  std::vector<std::unique_ptr<GuardedStore>> targets;
+  std::vector<std::unique_ptr<InterceptingStore>> targets;
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
-    targets.emplace_back(new GuardedStore);
+    targets.emplace_back(new InterceptingStore);
     threads.emplace_back([&, t, target = targets.back().get()] {
       auto top = IContainerFrontEnd::toplevel(target, L"built");
       for (int i = 0; i < kRounds; ++i) {
@@ -96,7 +96,7 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
 // Four threads change one shared container, each through handles of its own: every thread
 // creates children under names of its own, renames some and destroys others.
 TEST(ThreadSafety, SeparateHandlesOnOneStore) {
-  GuardedStore store;
+  InterceptingStore store;
   IContainerFrontEnd::toplevel(&store, L"shared");
   const int kThreads = 4, kChildren = 60;
   std::atomic<int> failures{0};

@@ -4,33 +4,13 @@
 
 #include <string>
 
-#include "kestrine/platform/core/datastore.h"
-#include "kestrine/platform/core/exception.h"
+#include "core/storage/datastore_test_support.h"
 
 namespace kestrine::platform::data::Record {
 namespace {
 
+using core::storage::datastore::InterceptingStore;
 using core::storage::datastore::MemoryDataStore;
-
-// Counts the writes that reach the store, to prove that an operation wrote nothing; once
-// full, its creates fail as a full disk would make them.
-class CountingStore : public MemoryDataStore {
- public:
-  unsigned create(const void* data, unsigned size) override {
-    if (full) throw core::Exception("disk full");
-    ++creates;
-    return MemoryDataStore::create(data, size);
-  }
-  void write(unsigned offset, const void* data, unsigned size, bool changed) override {
-    ++writes;
-    lastChanged = changed;
-    MemoryDataStore::write(offset, data, size, changed);
-  }
-  bool full = false;
-  int creates = 0;
-  int writes = 0;
-  bool lastChanged = false;
-};
 
 std::string bytesOf(const Base& record) {
   return std::string(reinterpret_cast<const char*>(record.data()), record.used());
@@ -49,7 +29,7 @@ TEST(RecordAllocator, MapsSizesToTheirClasses) {
 // Catches: a fresh record reaching the store before update(), a second update() creating a
 // second record, the `changed` flag lost, and a failed create taken for a stored record.
 TEST(RecordBase, FirstUpdateCreatesAndLaterOnesOverwriteInPlace) {
-  CountingStore store;
+  InterceptingStore store;
   {
     Base fresh(&store, 10, kTable);
     EXPECT_EQ(fresh.offset(), IDataStore::BADOFF);
@@ -57,7 +37,6 @@ TEST(RecordBase, FirstUpdateCreatesAndLaterOnesOverwriteInPlace) {
     EXPECT_EQ(fresh.used(), 10u);
     EXPECT_EQ(fresh.capacity(), 16u);
   }
-  EXPECT_EQ(store.creates, 0);
   EXPECT_EQ(store.used(), 0u);
 
   Base record(&store, 6, kOffsets);
@@ -66,15 +45,15 @@ TEST(RecordBase, FirstUpdateCreatesAndLaterOnesOverwriteInPlace) {
   record.data()[5] = 9;
   record.update(false);
   EXPECT_EQ(record.offset(), first);
-  EXPECT_EQ(store.creates, 1);
-  EXPECT_EQ(store.writes, 1);
+  EXPECT_EQ(store.records(), 1u);
   EXPECT_FALSE(store.lastChanged);
   EXPECT_EQ(bytesOf(Base(&store, first)), bytesOf(record));
 
-  store.full = true;
+  store.failAfter(0, true);
   Base unstored(&store, 20, kRoot);
   EXPECT_THROW(unstored.update(true), core::Exception);
   EXPECT_EQ(unstored.offset(), IDataStore::BADOFF);
+  store.disarm();
 }
 
 // Catches: a missing record loaded as garbage or taken for a root, and peek() reading another

@@ -6,31 +6,27 @@
 #include <cstring>
 #include <string>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/record/container_record.h"
 #include "data/record/locale.h"
 #include "data/record/offsets.h"
 #include "data/record/primitive_record.h"
 #include "data/record/root_record.h"
 #include "data/record/table_record.h"
-#include "kestrine/platform/core/datastore.h"
 
 namespace kestrine::platform::data::Record {
 namespace {
 
 using core::storage::datastore::MemoryDataStore;
-
-// Reads the stored bytes of a record, independently of the record classes.
-std::string stored(IDataStore& store, unsigned offset) {
-  std::string bytes(store.size(offset), '\0');
-  store.read(offset, bytes.data(), 0xFFFFFFFF);
-  return bytes;
-}
+using core::storage::datastore::readAll;
+using core::storage::datastore::u32;
+using core::storage::datastore::wide;
 
 // The stored bytes of a record in hex, for comparing a whole layout at once.
 std::string hex(IDataStore& store, unsigned offset) {
   std::string text;
   char digits[3];
-  for (unsigned char byte : stored(store, offset)) {
+  for (unsigned char byte : readAll(store, offset)) {
     std::snprintf(digits, sizeof digits, "%02x", byte);
     text += digits;
   }
@@ -41,16 +37,6 @@ std::string hex(IDataStore& store, unsigned offset) {
 std::string packed(std::string fields) {
   fields.erase(std::remove(fields.begin(), fields.end(), ' '), fields.end());
   return fields;
-}
-
-std::uint32_t u32(const std::string& bytes, unsigned at) {
-  return std::uint32_t(std::uint8_t(bytes[at])) | std::uint32_t(std::uint8_t(bytes[at + 1])) << 8 |
-         std::uint32_t(std::uint8_t(bytes[at + 2])) << 16 |
-         std::uint32_t(std::uint8_t(bytes[at + 3])) << 24;
-}
-
-std::string wide(const wchar_t* text) {
-  return std::string(reinterpret_cast<const char*>(text), (std::wcslen(text) + 1) * 4);
 }
 
 // Catches: any change to the stored layouts of the fresh records, which files written by
@@ -96,7 +82,7 @@ TEST(RecordArrays, ReplacingAnArrayMovesTheLaterOnes) {
   const unsigned char values[] = {1, 2, 3};
   primitive.arrays(Primitive::kValues, values, 3);
   primitive.string(Primitive::kValueLocale, L"de");
-  std::string bytes = stored(store, primitive.offset());
+  std::string bytes = readAll(store, primitive.offset());
   ASSERT_EQ(bytes.size(), 44u + 12 + 8 + 28 + 3);
   EXPECT_EQ(bytes.substr(44, 12), wide(L"de"));
   EXPECT_EQ(bytes.substr(56, 8), wide(L"a"));  // 12 bytes further than before
@@ -130,11 +116,11 @@ TEST(RecordEntity, ReferenceCountsAreWrittenAtOnce) {
   Root root(&store, L"r");
   root.ref();
   root.ref();
-  EXPECT_EQ(u32(stored(store, root.offset()), 5), 2u);
+  EXPECT_EQ(u32(store, root.offset(), 5), 2u);
   root.unref();
   root.unref();
   root.unref();  // no underflow check: the count wraps
-  EXPECT_EQ(u32(stored(store, root.offset()), 5), 0xFFFFFFFFu);
+  EXPECT_EQ(u32(store, root.offset(), 5), 0xFFFFFFFFu);
 }
 
 // Catches: a wrong list layout, set() past the end not filling with zeros, removals taking
@@ -143,10 +129,10 @@ TEST(RecordEntity, ReferenceCountsAreWrittenAtOnce) {
 TEST(RecordOffsets, EditsAreStoredAtOnceWithTheirEdgeCases) {
   MemoryDataStore store;
   Offsets list(&store);
-  EXPECT_EQ(stored(store, list.offset()), std::string("\x03\0\0\0", 4));
+  EXPECT_EQ(readAll(store, list.offset()), std::string("\x03\0\0\0", 4));
   list.add(7);
   list.add(9);
-  EXPECT_EQ(stored(store, list.offset()), std::string("\x03\0\0\0\x07\0\0\0\x09\0\0\0", 12));
+  EXPECT_EQ(readAll(store, list.offset()), std::string("\x03\0\0\0\x07\0\0\0\x09\0\0\0", 12));
 
   Offsets sparse(&store);
   sparse.set(5, 42);
@@ -161,12 +147,12 @@ TEST(RecordOffsets, EditsAreStoredAtOnceWithTheirEdgeCases) {
   for (unsigned v : {2u, 3u, 2u})
     list.add(v);  // 7 9 2 3 2
   EXPECT_TRUE(list.removeVal(2));
-  EXPECT_EQ(stored(store, list.offset()).substr(4),
+  EXPECT_EQ(readAll(store, list.offset()).substr(4),
             std::string("\x07\0\0\0\x09\0\0\0\x03\0\0\0\x02\0\0\0", 16));
   EXPECT_FALSE(list.removeVal(5));
-  std::string before = stored(store, list.offset());
+  std::string before = readAll(store, list.offset());
   EXPECT_FALSE(list.removeIndex(4));
-  EXPECT_EQ(stored(store, list.offset()), before);
+  EXPECT_EQ(readAll(store, list.offset()), before);
   EXPECT_TRUE(list.removeIndex(0));
   EXPECT_EQ(Offsets(&store, list.offset()).get(0), 9u);
   EXPECT_EQ(Offsets(&store, list.offset()).items(), 3u);
@@ -181,13 +167,13 @@ TEST(RecordOffsets, EditsAreStoredAtOnceWithTheirEdgeCases) {
 TEST(RecordLocale, PayloadReplacement) {
   MemoryDataStore store;
   Locale table(&store);
-  EXPECT_EQ(stored(store, table.offset()), std::string("\x05\0\0\0\0\0\0\0", 8));
+  EXPECT_EQ(readAll(store, table.offset()), std::string("\x05\0\0\0\0\0\0\0", 8));
   std::string payload = wide(L"en-us") + wide(L"hello");
   table.payload(static_cast<unsigned>(payload.size()), payload.data());
-  std::string bytes = stored(store, table.offset());
+  std::string bytes = readAll(store, table.offset());
   ASSERT_EQ(bytes.size(), 8 + payload.size());
   EXPECT_EQ(bytes[0], kLocale);
-  EXPECT_EQ(u32(bytes, 1), payload.size());
+  EXPECT_EQ(u32(store, table.offset(), 1), payload.size());
   EXPECT_EQ(bytes.substr(8), payload);
   table.payload(0, nullptr);
   EXPECT_EQ(store.size(table.offset()), 8u);

@@ -13,30 +13,30 @@
 
 namespace kestrine::platform::data::Schema {
 
-// A store (a MemoryDataStore or one derived from it) with a root at offset 0, in which tests
-// build schema tables and candidates through the design logic, as the XML reader does. Each
-// builder adds the new record to the set at `parent` (the root by default) and answers its
-// offset.
-template <class Store>
-class BasicSchemaStore {
+// Builds schema tables and candidates in a fresh store, under a root that it makes at offset
+// 0, through the design logic, as the XML reader does. Each builder adds the new record to
+// the set at `parent` (the root by default) and answers its offset.
+class SchemaBuilder {
  public:
-  BasicSchemaStore() { Metadata::Root(&store_, L"schemas"); }
+  explicit SchemaBuilder(core::storage::datastore::IDataStore* store) : store_(store) {
+    Metadata::Root(store_, L"schemas");
+  }
 
-  Store* store() { return &store_; }
+  core::storage::datastore::IDataStore* store() { return store_; }
 
   unsigned table(const wchar_t* name, unsigned parent = 0) {
-    return attach(parent, Design::Table(&store_, name).offset());
+    return attach(parent, Design::Table(store_, name).offset());
   }
   unsigned container(const wchar_t* name, unsigned parent = 0) {
     return attach(parent,
-                  Structural::Container(&store_, structure::IContainer::kNode, name).offset());
+                  Structural::Container(store_, structure::IContainer::kNode, name).offset());
   }
   // `count` elements (bytes, for a struct) of `type`, with `base` as the struct's schema URI.
   unsigned primitive(unsigned parent, const wchar_t* name, metadata::tValue type,
                      unsigned count = 1, const wchar_t* base = nullptr) {
     unsigned offset;
     {
-      Design::Primitive primitive(&store_, type, name);
+      Design::Primitive primitive(store_, type, name);
       if (base != nullptr) primitive.base(base);
       primitive.reset(count);
       offset = primitive.offset();
@@ -57,21 +57,28 @@ class BasicSchemaStore {
   // Appends `child` to the children list of `parent` behind the set's back, so that the list
   // can hold what the set itself refuses: a name twice, or a marker key as a name.
   void duplicate(unsigned parent, unsigned child) {
-    Design::Logic set(&store_, parent, true);
-    Record::Offsets(&store_, set.set()->children()).add(child);
+    Design::Logic set(store_, parent, true);
+    Record::Offsets(store_, set.set()->children()).add(child);
   }
 
  private:
   unsigned attach(unsigned parent, unsigned child) {
-    Design::Logic set(&store_, parent, false);
+    Design::Logic set(store_, parent, false);
     if (!set.set()->add(child)) throw std::logic_error("the set refused a test member");
     return child;
   }
 
-  Store store_;
+  core::storage::datastore::IDataStore* store_;
 };
 
-using SchemaStore = BasicSchemaStore<core::storage::datastore::MemoryDataStore>;
+// A memory store of its own with a builder on it.
+struct OwnStore {
+  core::storage::datastore::MemoryDataStore own;
+};
+class SchemaStore : private OwnStore, public SchemaBuilder {
+ public:
+  SchemaStore() : SchemaBuilder(&own) {}
+};
 
 }  // namespace kestrine::platform::data::Schema
 

@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/record/entity.h"
-#include "data/testing/faulty_store.h"
-#include "data/testing/schema_chain.h"
-#include "data/tree/primitive.h"
+#include "data/tree/tree_test_support.h"
 
 namespace kestrine::platform::data::Structural {
 namespace {
 
+using core::storage::datastore::InterceptingStore;
 using core::storage::datastore::MemoryDataStore;
 using structure::IContainer;
 
@@ -21,7 +21,7 @@ struct NotAChain : metadata::ISchema {
 // Catches a schema that is no chain taken as one, layouts copied out of order or without
 // the schema store's lock, and a lock left held (or a base written) when the store fails.
 TEST(Container, InheritCopiesEachLayoutInOrderUnderTheSchemaStoresLock) {
-  testing::FaultyStore schemas;
+  InterceptingStore schemas;
   Container a(&schemas, IContainer::kNode, L"a"), b(&schemas, IContainer::kNode, L"b");
   for (const wchar_t* name : {L"x", L"y"})
     a.add(Design::Primitive(&schemas, metadata::kInt32, name).offset());

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/record/entity.h"
-#include "data/testing/store_bytes.h"
 #include "data/tree/container.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
@@ -12,8 +12,10 @@ namespace kestrine::platform::data::Metadata {
 namespace {
 
 using core::storage::datastore::MemoryDataStore;
-using testing::snapshot;
-using testing::u32;
+using core::storage::datastore::readAll;
+using core::storage::datastore::snapshot;
+using core::storage::datastore::u32;
+using core::storage::datastore::wide;
 const unsigned kAbsent = 0xFFFFFFFF;
 const std::uint8_t kLocked = Record::kNameLocked, kLockedHidden = 0x06;
 
@@ -33,13 +35,13 @@ struct Chain {
 TEST(Item, ShowClearsHiddenAncestorsUpToTheFirstVisibleOne) {
   Chain t;
   t.root.on(kLockedHidden), t.x.on(kLockedHidden), t.b.on(kLockedHidden);
-  auto root = testing::bytes(t.store, 0);
+  auto root = readAll(t.store, 0);
   t.c.show();  // clears b, stops at the visible a: x stays hidden
   EXPECT_EQ(t.b.flags(), kLocked);
   EXPECT_EQ(t.x.flags(), kLockedHidden);
   t.x.show();  // the root is never written
   EXPECT_EQ(t.x.flags(), kLocked);
-  EXPECT_EQ(testing::bytes(t.store, 0), root);
+  EXPECT_EQ(readAll(t.store, 0), root);
 }
 
 // Catches names written before the destructor, written twice or in another layout, queries
@@ -58,9 +60,8 @@ TEST(ItemLocales, AreWrittenOnceAtDestructionAndSeenAfterReloading) {
     EXPECT_EQ(snapshot(store), before);
   }
   unsigned table = u32(store, p, 9);
-  std::string payload = testing::wide(L"en-us") + testing::wide(L"Hello") + testing::wide(L"de") +
-                        testing::wide(L"Hallo");
-  EXPECT_EQ(testing::bytes(store, table).substr(8), payload);
+  std::string payload = wide(L"en-us") + wide(L"Hello") + wide(L"de") + wide(L"Hallo");
+  EXPECT_EQ(readAll(store, table).substr(8), payload);
   EXPECT_EQ(u32(store, table, 1), payload.size());
 
   Design::Primitive item(&store, p);

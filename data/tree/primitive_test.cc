@@ -5,13 +5,16 @@
 #include <cstdint>
 #include <string>
 
-#include "data/testing/store_bytes.h"
+#include "core/storage/datastore_test_support.h"
 
 namespace kestrine::platform::data::Design {
 namespace {
 
 using core::storage::datastore::MemoryDataStore;
-using testing::u32;
+using core::storage::datastore::readAll;
+using core::storage::datastore::snapshot;
+using core::storage::datastore::u32;
+using core::storage::datastore::wide;
 
 template <class T, std::size_t N>
 const char* raw(const T (&elements)[N]) {
@@ -25,7 +28,7 @@ std::string bytes(const T (&elements)[N]) {
 // The stored value array (array D, after the value locale, name and base arrays).
 std::string values(IDataStore& store, unsigned offset) {
   unsigned start = 44 + u32(store, offset, 26) + u32(store, offset, 30) + u32(store, offset, 34);
-  return testing::bytes(store, offset).substr(start, u32(store, offset, 38));
+  return readAll(store, offset).substr(start, u32(store, offset, 38));
 }
 
 // Catches each way a set can go wrong: nothing to write, an empty array filled from index
@@ -80,10 +83,10 @@ TEST(Primitive, AUriStandsInForTheValuesUntilCleared) {
   p.set(raw(stored), 0, 2);
   EXPECT_EQ(p.uri(L"x"), 1u);
   EXPECT_EQ(p.valuesize(), 8u);
-  EXPECT_EQ(values(store, p.offset()), testing::wide(L"x"));
-  auto before = testing::snapshot(store);
+  EXPECT_EQ(values(store, p.offset()), wide(L"x"));
+  auto before = snapshot(store);
   EXPECT_EQ(p.set(raw(stored), 0, 1) + p.reset(1) + p.dimension(), 0u);
-  EXPECT_EQ(testing::snapshot(store), before);
+  EXPECT_EQ(snapshot(store), before);
   EXPECT_EQ(std::wstring(Primitive(&store, p.offset()).uri()), L"x");
   EXPECT_EQ(p.uri(nullptr), 1u);
   EXPECT_EQ(p.uri(), nullptr);
@@ -95,9 +98,9 @@ TEST(Primitive, AUriStandsInForTheValuesUntilCleared) {
 TEST(Primitive, OnlyAStructTakesABase) {
   MemoryDataStore store;
   Primitive number(&store, metadata::kDouble, L"d"), record(&store, metadata::kStruct, L"s");
-  auto before = testing::snapshot(store);
+  auto before = snapshot(store);
   EXPECT_EQ(number.base(L"s"), 0u);
-  EXPECT_EQ(testing::snapshot(store), before);
+  EXPECT_EQ(snapshot(store), before);
   EXPECT_EQ(record.base(L"schema"), 1u);
   EXPECT_EQ(std::wstring(Primitive(&store, record.offset()).base()), L"schema");
 }

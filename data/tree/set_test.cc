@@ -2,20 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/record/entity.h"
 #include "data/record/offsets.h"
-#include "data/testing/store_bytes.h"
-#include "data/testing/subtree.h"
 #include "data/tree/root.h"
+#include "data/tree/tree_test_support.h"
 
 namespace kestrine::platform::data::Metadata {
 namespace {
 
 using core::storage::datastore::MemoryDataStore;
+using core::storage::datastore::readAll;
+using core::storage::datastore::snapshot;
+using core::storage::datastore::u32;
 using Design::Primitive;
-using testing::snapshot;
 using testing::Subtree;
-using testing::u32;
 const unsigned BAD = IDataStore::BADOFF;
 
 // Catches a children list made per add, a parent field left unset, and an add of another
@@ -172,7 +173,7 @@ TEST(Root, IsCountedWhileOpenClearedInPlaceAndNeverCloned) {
   EXPECT_EQ(snapshot(store), before);
   root.clear();  // frees every child, the list and the names
   EXPECT_EQ(store.records(), 1u);
-  EXPECT_EQ(testing::bytes(store, 0).size(), 44u);
+  EXPECT_EQ(readAll(store, 0).size(), 44u);
   EXPECT_EQ(u32(store, 0, 9), BAD);
   EXPECT_EQ(u32(store, 0, 14), BAD);
   EXPECT_EQ(u32(store, 0, 5), 2u);

@@ -4,19 +4,19 @@
 
 #include <vector>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/record/entity.h"
 #include "data/record/offsets.h"
 #include "data/record/table_record.h"
-#include "data/testing/faulty_store.h"
-#include "data/testing/schema_chain.h"
-#include "data/testing/store_bytes.h"
-#include "data/tree/primitive.h"
+#include "data/tree/tree_test_support.h"
 
 namespace kestrine::platform::data::Design {
 namespace {
 
+using core::storage::datastore::InterceptingStore;
 using core::storage::datastore::MemoryDataStore;
-using testing::u32;
+using core::storage::datastore::snapshot;
+using core::storage::datastore::u32;
 using units::tUnitGroup;
 namespace group = units::group;
 
@@ -62,7 +62,7 @@ TEST(Table, AStoredListWithARepeatedGroupIsIndexedByItsFirstPair) {
 // member the table has, changes the schema store, or locks it; and a clear that keeps
 // defaults or drops the base.
 TEST(Table, InheritAppendsPathsAndCopiesMembersHiddenWithoutTheSchemaStoresLock) {
-  testing::FaultyStore schemas;
+  InterceptingStore schemas;
   Table a(&schemas, L"a"), b(&schemas, L"b"), c(&schemas, L"c");
   a.add(Primitive(&schemas, metadata::kInt32, L"x").offset());
   b.add(Primitive(&schemas, metadata::kBool, L"y").offset());
@@ -70,9 +70,9 @@ TEST(Table, InheritAppendsPathsAndCopiesMembersHiddenWithoutTheSchemaStoresLock)
   Table table(&store, L"t");
   table.add(Primitive(&store, metadata::kString, L"y").offset());  // kept as it is
   testing::SchemaChain ab({{L"a", &a}, {L"b", &b}}), chainC({{L"c", &c}});
-  auto schemasBefore = testing::snapshot(schemas);
+  auto schemasBefore = snapshot(schemas);
   EXPECT_EQ(table.inherit(&ab), 1u);
-  EXPECT_EQ(testing::snapshot(schemas), schemasBefore);
+  EXPECT_EQ(snapshot(schemas), schemasBefore);
   EXPECT_EQ(std::wstring(table.base()), L"a;b");
   EXPECT_EQ(Record::Entity(&store, table.find(L"x")).flags(), 0x06);
   EXPECT_EQ(Record::Entity(&store, table.find(L"y")).flags(), 0);

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
 #include "data/xml/sample_document.h"
@@ -18,19 +19,13 @@
 namespace kestrine::platform::data::XML {
 namespace {
 
+using core::storage::datastore::InterceptingStore;
 using core::storage::datastore::MemoryDataStore;
 using format::xml::IXMLFrontEnd;
 using structure::IContainerFrontEnd;
 using testing::parse;
 using testing::render;
 using testing::SampleDocument;
-
-// A store that counts the completion calls of the parses into it.
-class CountingStore : public MemoryDataStore {
- public:
-  void complete() override { ++completions; }
-  int completions = 0;
-};
 
 // A reader that cannot open, or that fails after handing out its first bytes.
 class BrokenReader : public core::io::MemoryReader {
@@ -162,7 +157,7 @@ TEST_F(XMLFrontEndTest, ValuesAreStoredBitForBit) {
 // parse, or leaves counts held: malformed XML and failing readers are swallowed, and what
 // was read stays usable, with every record's reference count dropped again.
 TEST_F(XMLFrontEndTest, StoreFormSwallowsFailuresAndCompletesOnce) {
-  CountingStore store;
+  InterceptingStore store;
   testing::Reports reports;
   core::io::MemoryReader reader(
       "<root name='r'><node name='a'><int32 name='x'>1</int32></node>"
@@ -182,12 +177,12 @@ TEST_F(XMLFrontEndTest, StoreFormSwallowsFailuresAndCompletesOnce) {
   EXPECT_EQ(store.completions, 2);
   EXPECT_TRUE(IContainerFrontEnd::find(&store, L"a"));
 
-  CountingStore closed;
+  InterceptingStore closed;
   BrokenReader shut("<root name='r'/>", false);
   IXMLFrontEnd::parse(&closed, &shut, nullptr, nullptr, &reports);
   EXPECT_EQ(closed.completions, 1);
   EXPECT_EQ(closed.used(), 0u);
-  CountingStore broken;
+  InterceptingStore broken;
   BrokenReader failing("<root name='r'><node name='a'/><node name='b'/></root>", true);
   IXMLFrontEnd::parse(&broken, &failing, nullptr, nullptr, &reports);
   EXPECT_EQ(broken.completions, 1);

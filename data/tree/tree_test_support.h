@@ -1,11 +1,34 @@
-#ifndef KPL_DATA_TESTING_SUBTREE_H_
-#define KPL_DATA_TESTING_SUBTREE_H_
+#ifndef KPL_DATA_TREE_TREE_TEST_SUPPORT_H_
+#define KPL_DATA_TREE_TREE_TEST_SUPPORT_H_
+
+#include <utility>
+#include <vector>
 
 #include "data/tree/container.h"
+#include "data/tree/definition_chain.h"
 #include "data/tree/primitive.h"
 #include "data/tree/table.h"
+#include "kestrine/platform/data/metadata/schema.h"
 
+// Helpers of the tests of the tree's items, sets and tables.
 namespace kestrine::platform::data::testing {
+
+// A schema made by hand, a chain of (path, defining set) pairs, standing in for the
+// locator's schemas where only inheriting from a chain is under test.
+class SchemaChain : public metadata::ISchema, public Metadata::DefinitionChain {
+ public:
+  using Links = std::vector<std::pair<const wchar_t*, Metadata::Set*>>;
+  explicit SchemaChain(Links links) : links_(std::move(links)) {}
+
+  core::string::WideString path() const override { return links_.at(0).first; }
+  metadata::IStructLayout* layout() override { return nullptr; }
+  unsigned links() const override { return static_cast<unsigned>(links_.size()); }
+  const wchar_t* path(unsigned link) const override { return links_[link].first; }
+  Metadata::Set* definition(unsigned link) const override { return links_[link].second; }
+
+ private:
+  Links links_;
+};
 
 // A group holding a table "t" holding primitives "p1" (int32 7, 8, 9) and "p2", with
 // localized names on the group, the table and p1, and defaults on the table: ten records,
@@ -33,4 +56,4 @@ struct Subtree {
 
 }  // namespace kestrine::platform::data::testing
 
-#endif  // KPL_DATA_TESTING_SUBTREE_H_
+#endif  // KPL_DATA_TREE_TREE_TEST_SUPPORT_H_
