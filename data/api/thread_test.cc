@@ -26,11 +26,14 @@ std::wstring wide(const std::string& text) {
 // Eight threads resolve (single paths and chains) and build containers from the schemas in
 // stores of their own, while two threads each push a store of their own, use its schema, and
 // pop it again. A store is popped only by the thread that uses its schemas, after it is done.
+// Catches a race on the locator's cache (two layouts for one path, a torn entry), and a pop
+// that evicts the layouts of other stores with its own.
 TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
   // Four schema stores, each defining "schemas.sK" with K + 1 double members sKm0 ...
   const int kStores = 4;
-  MemoryDataStore schemas[kStores];
+  MemoryDataStore schemas[kStores], racing;
   auto locator = ISchemaLocator::make(nullptr);
+  std::vector<const metadata::IStructLayout*> layouts;
   for (int k = 0; k < kStores; ++k) {
     std::string name = "s" + std::to_string(k);
     auto table = defineSchema(&schemas[k], wide(name).c_str());
@@ -39,17 +42,23 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
     locator->push(&schemas[k]);
     // A layout is built from its table without the store's lock, so the shared schemas are
     // built before the threads start; from then on resolving them reads only the cache, and
-    // inheriting reads their tables under their stores' locks.
-    ASSERT_TRUE(locator->resolve(wide("schemas." + name).c_str()));
+    // inheriting reads their tables under their stores' locks. Only "schemas.race", in a store
+    // of its own, is left for the threads to build at once.
+    layouts.push_back(locator->resolve(wide("schemas." + name).c_str())->layout());
+    ASSERT_EQ(layouts.back()->fields(), unsigned(k + 1));
   }
+  defineSchema(&racing, L"race")->create(L"m", metadata::kInt8, units::tUnit(0));
+  locator->push(&racing);
 
   const int kRounds = 40;
   std::atomic<int> failures{0};
+  std::vector<const metadata::IStructLayout*> raced(8);
   std::vector<std::unique_ptr<InterceptingStore>> targets;
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
     targets.emplace_back(new InterceptingStore);
     threads.emplace_back([&, t, target = targets.back().get()] {
+      raced[t] = locator->resolve(L"schemas.race")->layout();
       auto top = IContainerFrontEnd::toplevel(target, L"built");
       for (int i = 0; i < kRounds; ++i) {
         int k = (t + i) % kStores;
@@ -57,7 +66,7 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
         std::string path = "schemas.s" + std::to_string(k);
         auto single = locator->resolve(wide(path).c_str());
         auto chain = locator->resolve(wide(path + ";schemas.s" + std::to_string(j)).c_str());
-        if (!single || single->layout()->fields() != unsigned(k + 1)) ++failures;
+        if (!single || single->layout() != layouts[k]) ++failures;
         auto built =
             top->create(IContainer::kGroup, wide("c" + std::to_string(i)).c_str(), chain.get());
         if (!built || walk(*built->properties()).size() != unsigned(k + j + 2) ||
@@ -91,6 +100,9 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
   }
   for (int t = 0; t < 2; ++t)
     EXPECT_FALSE(locator->resolve(wide("schemas.o" + std::to_string(t) + "_0").c_str()));
+  // Every thread got the layout that stayed cached.
+  for (const metadata::IStructLayout* layout : raced)
+    EXPECT_EQ(layout, locator->resolve(L"schemas.race")->layout());
 }
 
 // Four threads change one shared container, each through handles of its own: every thread
