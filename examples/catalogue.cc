@@ -4,7 +4,7 @@
 //     products (group)
 //       pump (node)            described in English and German
 //         name: string         "P-100"
-//         specs (table)        defaults: lengths in millimetres as doubles
+//         dimensions (table)   defaults: lengths in millimetres as doubles
 //           length: double mm  (unit from the table's defaults)
 //           weight: double kg
 //           ports: uint16
@@ -34,15 +34,16 @@ static std::string text(const core::string::WideString& wide) {
 }
 
 int main() {
-  // 1. The schema every product's specs must follow: a table "specs" (length, weight) kept
-  //    below the root of a schema store, known to the locator as "schemas.specs".
+  // 1. The schema every product's dimensions must follow: a table "dimensions" (length,
+  //    weight) kept below the root of a schema store, known to the locator as
+  //    "schemas.dimensions".
   MemoryDataStore schemaStore;
-  auto specsSchema =
-      IContainerFrontEnd::toplevel(&schemaStore, L"schemas")->create(L"specs", nullptr);
-  specsSchema->create(L"length", metadata::kDouble, units::MilliMeter);
-  specsSchema->create(L"weight", metadata::kDouble, units::Kilogram);
+  auto dimensionsSchema =
+      IContainerFrontEnd::toplevel(&schemaStore, L"schemas")->create(L"dimensions", nullptr);
+  dimensionsSchema->create(L"length", metadata::kDouble, units::MilliMeter);
+  dimensionsSchema->create(L"weight", metadata::kDouble, units::Kilogram);
   auto locator = ISchemaLocator::make(&schemaStore);
-  auto schema = locator->resolve(L"schemas.specs");
+  auto schema = locator->resolve(L"schemas.dimensions");
 
   // 2. The catalogue: a top-level container and child containers of each kind.
   MemoryDataStore store;
@@ -57,21 +58,21 @@ int main() {
   pump->create(L"name", metadata::kString)->set(L"P-100", 0, 6);
 
   // 4. A table whose defaults give new members of a unit group their type and unit.
-  auto specs = pump->create(L"specs", nullptr);
-  specs->defaults(units::MilliMeter, metadata::kDouble);
+  auto dimensions = pump->create(L"dimensions", nullptr);
+  dimensions->defaults(units::MilliMeter, metadata::kDouble);
   const double length = 420.0, weight = 18.5;
-  specs->create(L"length", units::group::Length)->set(&length, 0, 1);
-  specs->create(L"weight", metadata::kDouble, units::Kilogram)->set(&weight, 0, 1);
+  dimensions->create(L"length", units::group::Length)->set(&length, 0, 1);
+  dimensions->create(L"weight", metadata::kDouble, units::Kilogram)->set(&weight, 0, 1);
   const std::uint16_t ports[2] = {2, 3};
-  specs->create(L"ports", metadata::kUInt16, units::tUnit(0))->set(ports, 0, 2);
+  dimensions->create(L"ports", metadata::kUInt16, units::tUnit(0))->set(ports, 0, 2);
 
   // 5. A link names another container by its path from the root; follow() resolves it.
   auto featured = catalogue->create(IContainer::kLink, L"featured", nullptr);
   ILink::to(featured.get())->target(L"catalogue.products.pump");
   auto target = ILink::to(featured.get())->follow(nullptr);
 
-  // 6. Validation: the specs table has the schema's members, in its order, with its types.
-  bool conforms = specs->validates(schema.get());
+  // 6. Validation: the dimensions table has the schema's members, in its order, with its types.
+  bool conforms = dimensions->validates(schema.get());
 
   // Print what the store now holds. Descriptions are written when the last handle on the
   // container goes, so the pump is reopened to read them back.
@@ -80,7 +81,7 @@ int main() {
   std::printf("%s: %s / %s\n", text(reopened->path()).c_str(),
               text(reopened->localize(L"en-us")).c_str(),
               text(reopened->localize(L"de-de")).c_str());
-  auto members = specs->properties();
+  auto members = dimensions->properties();
   for (auto member = members->current(); member; member = members->current()) {
     IPrimitive* value = IPrimitive::to(member.get());
     std::printf("  %-7s type %2u, unit 0x%05x, %u value(s)\n", text(member->tag()).c_str(),
@@ -88,6 +89,7 @@ int main() {
     if (!members->next()) break;
   }
   std::printf("featured -> %s\n", target ? text(target->path()).c_str() : "(nothing)");
-  std::printf("specs conform to %s: %s\n", text(schema->path()).c_str(), conforms ? "yes" : "no");
+  std::printf("dimensions conform to %s: %s\n", text(schema->path()).c_str(),
+              conforms ? "yes" : "no");
   return target && conforms ? 0 : 1;
 }
