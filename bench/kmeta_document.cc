@@ -7,16 +7,18 @@
 #include <cstdlib>
 #include <string>
 
-#include "tools/kmeta/generated_document.h"
+#include "data/xml/xml_test_support.h"
 
 namespace {
+
+using kestrine::platform::data::XML::testing::SampleDocument;
 
 std::string siblingsDocument(unsigned count) {
   std::string xml =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root version=\"1\" name=\"siblings\">"
       "<group name=\"values\">\n";
   for (unsigned i = 0; i < count; ++i) {
-    xml += "<int32 name=\"" + kmeta::testing::distinctName(i) + "\">" + std::to_string(i) +
+    xml += "<int32 name=\"" + SampleDocument::distinctName(i) + "\">" + std::to_string(i) +
            "</int32>\n";
   }
   return xml + "</group></root>\n";
@@ -38,8 +40,8 @@ int main(int argc, char** argv) {
     document = siblingsDocument(static_cast<unsigned>(amount));
   } else {
     // Parts of the middle of the range stand for the average length.
-    std::size_t part = kmeta::testing::generationPart(1, 500000).size();
-    document = kmeta::testing::generationDocument(1, static_cast<unsigned>(amount * 1e6 / part));
+    std::size_t part = SampleDocument::generationPart(1, 500000).size();
+    document = SampleDocument::generation(1, static_cast<unsigned>(amount * 1e6 / part));
   }
   return std::fwrite(document.data(), 1, document.size(), stdout) == document.size() ? 0 : 1;
 }

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "core/storage/scratch_postgres_server.h"
+#include "core/storage/scratch_postgres_test_support.h"
 
 extern char** environ;
 

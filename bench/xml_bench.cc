@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "data/xml/sample_document.h"
+#include "data/xml/xml_test_support.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/io.h"
 #include "kestrine/platform/core/xml.h"

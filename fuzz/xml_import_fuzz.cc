@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "data/xml/sample_document.h"
+#include "data/xml/xml_test_support.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/io.h"
 #include "kestrine/platform/data/format/xml.h"

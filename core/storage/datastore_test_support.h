@@ -15,7 +15,7 @@
 #include <system_error>
 #include <thread>
 
-#include "core/storage/scratch_postgres_server.h"
+#include "core/storage/scratch_postgres_test_support.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/exception.h"
 

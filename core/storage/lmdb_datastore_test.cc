@@ -26,7 +26,7 @@ namespace {
 
 using Lock = std::unique_ptr<IDataStore::ILock>;
 
-// Runs the helper program (lmdb_datastore_child.cc) to its end: what it printed, less the
+// Runs the helper program (lmdb_datastore_test_child.cc) to its end: what it printed, less the
 // final line break, or how it failed.
 std::string runChild(const std::string& arguments) {
   FILE* pipe = popen((std::string(KPL_LMDB_CHILD) + " " + arguments).c_str(), "r");

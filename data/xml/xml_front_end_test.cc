@@ -10,7 +10,6 @@
 #include "core/storage/datastore_test_support.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
-#include "data/xml/sample_document.h"
 #include "data/xml/xml_test_support.h"
 #include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/xml.h"

@@ -12,7 +12,6 @@
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
 #include "data/tree/table.h"
-#include "data/xml/sample_document.h"
 #include "data/xml/xml_test_support.h"
 #include "kestrine/platform/data/structure/container.h"
 

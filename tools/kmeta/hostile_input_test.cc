@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/kmeta/kmeta_process.h"
+#include "tools/kmeta/kmeta_test_support.h"
 
 namespace kmeta::testing {
 namespace {

@@ -14,8 +14,7 @@
 #include "core/storage/datastore_test_support.h"
 #include "kestrine/platform/core/lmdb_datastore.h"
 #include "kestrine/platform/data/structure/container.h"
-#include "tools/kmeta/import_test_support.h"
-#include "tools/kmeta/kmeta_process.h"
+#include "tools/kmeta/kmeta_test_support.h"
 #include "tools/kmeta/options.h"
 
 namespace kmeta::testing {

@@ -1,7 +1,7 @@
 // Half a minute of one process importing documents into each persistent store with kmeta and
 // another exporting it. Labelled "long": the default test run leaves it out, `ctest -L long`
 // runs it.
-#include "tools/kmeta/import_test_support.h"
+#include "tools/kmeta/kmeta_test_support.h"
 
 namespace kmeta::testing {
 namespace {

@@ -2,7 +2,7 @@
 // process, exported by another, imports killed at any moment, servers stopped under them.
 #include <signal.h>
 
-#include "tools/kmeta/import_test_support.h"
+#include "tools/kmeta/kmeta_test_support.h"
 
 namespace kmeta::testing {
 namespace {

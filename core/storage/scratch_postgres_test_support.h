@@ -1,5 +1,5 @@
-#ifndef KPL_CORE_STORAGE_SCRATCH_POSTGRES_SERVER_H_
-#define KPL_CORE_STORAGE_SCRATCH_POSTGRES_SERVER_H_
+#ifndef KPL_CORE_STORAGE_SCRATCH_POSTGRES_TEST_SUPPORT_H_
+#define KPL_CORE_STORAGE_SCRATCH_POSTGRES_TEST_SUPPORT_H_
 
 #include <sys/types.h>
 
@@ -57,4 +57,4 @@ class ScratchPostgresServer {
 
 }  // namespace kestrine::platform::core::storage::datastore
 
-#endif  // KPL_CORE_STORAGE_SCRATCH_POSTGRES_SERVER_H_
+#endif  // KPL_CORE_STORAGE_SCRATCH_POSTGRES_TEST_SUPPORT_H_

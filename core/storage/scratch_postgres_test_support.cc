@@ -1,4 +1,4 @@
-#include "core/storage/scratch_postgres_server.h"
+#include "core/storage/scratch_postgres_test_support.h"
 
 #include <fcntl.h>
 #include <grp.h>

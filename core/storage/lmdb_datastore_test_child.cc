@@ -1,10 +1,10 @@
 // A second process for the LMDB store's tests.
 //
-//   lmdb_datastore_child fill PATH RECORDS
+//   lmdb_datastore_test_child fill PATH RECORDS
 //     Creates RECORDS records of a thousand bytes and more ("rrr...r<i>"), all in one
 //     transaction on a map of 64 KiB, so that the map must grow while the transaction is
 //     pending, and commits them.
-//   lmdb_datastore_child summary PATH
+//   lmdb_datastore_test_child summary PATH
 //     Prints "records used version" of the committed state.
 //
 // Exits 0 on success, 1 after printing what failed, 2 on a usage error.
@@ -21,8 +21,8 @@ int main(int argc, char** argv) {
   std::string mode = argc > 1 ? argv[1] : "";
   if (!(mode == "summary" && argc == 3) && !(mode == "fill" && argc == 4)) {
     std::fprintf(stderr,
-                 "usage: lmdb_datastore_child fill PATH RECORDS\n"
-                 "       lmdb_datastore_child summary PATH\n");
+                 "usage: lmdb_datastore_test_child fill PATH RECORDS\n"
+                 "       lmdb_datastore_test_child summary PATH\n");
     return 2;
   }
   try {
@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     store.flush();
     return 0;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "lmdb_datastore_child: %s\n", error.what());
+    std::fprintf(stderr, "lmdb_datastore_test_child: %s\n", error.what());
     return 1;
   }
 }
