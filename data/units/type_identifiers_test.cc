@@ -5,58 +5,32 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <set>
 #include <string>
+#include <vector>
 
 namespace kestrine::platform::data::type {
 namespace {
 
-struct Identifier {
-  std::string family;
-  std::string interface;
-  const unsigned int* linked;
-  unsigned int value;
-};
-
-// Written out rather than derived from the definitions: these values are exchanged with
-// other processes, so a renumbering must fail here.
-const Identifier kIdentifiers[] = {
-    {"asset", "IAsset", &asset::v1::IAsset::_kID, 1},
-    {"asset", "IResource", &asset::v1::IResource::_kID, 2},
-    {"xref", "IXRef", &xref::v1::IXRef::_kID, 3},
-    {"xref", "IXRefTarget", &xref::v1::IXRefTarget::_kID, 4},
-    {"xref", "IXRefProduct", &xref::v1::IXRefProduct::_kID, 5},
-    {"xref", "IXRefTargetResolution", &xref::v1::IXRefTargetResolution::_kID, 6},
-    {"gfx", "IMesh", &gfx::v1::IMesh::_kID, 7},
-    {"gfx", "IVertexSet", &gfx::v1::IVertexSet::_kID, 8},
-    {"gfx", "IScene", &gfx::v1::IScene::_kID, 9},
-    {"gfx", "IRenderingSet", &gfx::v1::IRenderingSet::_kID, 10},
-    {"gfx", "IRenderingNode", &gfx::v1::IRenderingNode::_kID, 11},
-    {"gfx", "IRenderingMesh", &gfx::v1::IRenderingMesh::_kID, 12},
-    {"gfx", "ISubMesh", &gfx::v1::ISubMesh::_kID, 13},
-    {"gfx", "ILight", &gfx::v1::ILight::_kID, 14},
-    {"gfx", "ICamera", &gfx::v1::ICamera::_kID, 15},
-    {"gfx", "IMaterial", &gfx::v1::IMaterial::_kID, 16},
-    {"gfx", "IAspect", &gfx::v1::IAspect::_kID, 17},
-    {"gfx", "ITexture", &gfx::v1::ITexture::_kID, 18},
-    {"gfx", "ITextureSource", &gfx::v1::ITextureSource::_kID, 19},
-    {"gfx", "IEnvironment", &gfx::v1::IEnvironment::_kID, 20},
-    {"gfx", "IProceduralGeometry", &gfx::v1::IProceduralGeometry::_kID, 21},
-    {"gfx", "ISceneEffect", &gfx::v1::ISceneEffect::_kID, 22},
-    {"gfx", "IBounds", &gfx::v1::IBounds::_kID, 23},
-    {"gfx", "IChoice", &gfx::v1::IChoice::_kID, 24},
-    {"gfx", "IChoiceList", &gfx::v1::IChoiceList::_kID, 25},
-};
-
-std::string lengthPrefixed(const std::string& name) {
-  return std::to_string(name.size()) + name;
-}
-
-// The Itanium ABI name of kestrine::platform::data::type::<family>::v1::<interface>::_kID.
-std::string mangledIdentifier(const Identifier& id) {
-  return "_ZN8kestrine8platform4data4type" + lengthPrefixed(id.family) + "2v1" +
-         lengthPrefixed(id.interface) + "4_kIDE";
+// The type identifiers the shared library exports, by symbol name, as nm lists them.
+std::vector<std::string> exportedIdentifiers() {
+  std::vector<std::string> symbols;
+  FILE* pipe = popen("nm -D --defined-only '" KPL_UNITS_TEST_DATA_LIBRARY "'", "r");
+  char line[1024];
+  while (pipe != nullptr && std::fgets(line, sizeof line, pipe) != nullptr) {
+    std::string symbol = std::strrchr(line, ' ') + 1;  // "address kind name\n"
+    symbol.pop_back();
+    const std::string prefix = "_ZN8kestrine8platform4data4type", suffix = "4_kIDE";
+    if (symbol.rfind(prefix, 0) == 0 && symbol.size() > suffix.size() &&
+        symbol.compare(symbol.size() - suffix.size(), suffix.size(), suffix) == 0)
+      symbols.push_back(symbol);
+  }
+  if (pipe != nullptr) pclose(pipe);
+  return symbols;
 }
 
 // Demangles `symbol`, so that a misspelt symbol cannot make a "hidden" check pass by accident.
@@ -98,17 +72,21 @@ class SharedDataLibrary : public ::testing::Test {
   void* handle_ = nullptr;
 };
 
-// Catches: a renumbered identifier, and one hidden from the shared library's clients or
-// left writable there, which would break them at load time or let one client change
-// another's view.
-TEST_F(SharedDataLibrary, ExportsEveryTypeIdentifierReadOnlyInTheExchangedOrder) {
-  for (const auto& id : kIdentifiers) {
-    EXPECT_EQ(*id.linked, id.value) << id.interface;
-    const void* exported = symbol(mangledIdentifier(id));
-    ASSERT_NE(exported, nullptr) << id.interface;
-    EXPECT_EQ(*static_cast<const unsigned int*>(exported), id.value) << id.interface;
-    EXPECT_TRUE(readOnly(exported)) << id.interface;
+// Catches: an identifier hidden from the shared library's clients or left writable there,
+// which would break them at load time or let one client change another's view, and values
+// that no longer run from 1 to 25, each once, as they are exchanged with other processes.
+TEST_F(SharedDataLibrary, ExportsEveryTypeIdentifierReadOnlyAndOnce) {
+  std::set<unsigned> values;
+  for (const std::string& name : exportedIdentifiers()) {
+    const void* exported = symbol(name);
+    ASSERT_NE(exported, nullptr) << demangled(name);
+    EXPECT_TRUE(readOnly(exported)) << demangled(name);
+    values.insert(*static_cast<const unsigned int*>(exported));
   }
+  ASSERT_EQ(values.size(), 25u);
+  EXPECT_EQ(*values.begin(), 1u);
+  EXPECT_EQ(*values.rbegin(), 25u);
+  EXPECT_EQ(gfx::v1::IChoiceList::_kID, 25u);  // as the clients that link it see it
 }
 
 // Catches: the units dictionary exported, which would make its layout part of the ABI.
