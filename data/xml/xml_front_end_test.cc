@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,63 +61,21 @@ class XMLFrontEndTest : public ::testing::Test {
   core::memory::SharedPtr<metadata::ISchemaLocator> locator_;
 };
 
-// Importing what was exported gives the same text again: nothing the writer produces is
-// read differently, and nothing read is written differently.
-TEST_F(XMLFrontEndTest, ExportOfAnImportIsAFixedPoint) {
-  std::string first = roundTrip(SampleDocument::document(3));
-  std::string second = roundTrip(first);
-  EXPECT_EQ(first, second);
-  EXPECT_EQ(roundTrip(second), second);
-  EXPECT_GT(first.size(), 3000u);
+// The text without the line breaks and indentation between tags.
+std::string oneLine(const std::string& xml) {
+  return std::regex_replace(xml, std::regex(">\\s+<"), "><");
 }
 
-// Integers, strings and base64 survive as they were written; floating point to 7 digits.
-TEST_F(XMLFrontEndTest, ValuesSurviveARoundTrip) {
-  std::string out = roundTrip(SampleDocument::document(1));
-  const char* expected[] = {
-      "<root version=\"1\" name=\"doc\">",
-      "<name locale=\"de-de\">Dokument</name>",
-      "<node name=\"n0\">",
-      "<name locale=\"fr-fr\">N\xc5\x93ud 0</name>",
-      "<binary name=\"bin\">AAEC/f7/AAAA</binary>",
-      "<uuid name=\"id\">6f9619ff-8b86-d011-b42d-00cf4fc90000</uuid>",
-      "<string name=\"text\" locale=\"fr-fr\">caf\xc3\xa9 &amp; cr\xc3\xa8me 0</string>",
-      "<val>alpha</val>\n      <val/>\n      <val>&lt;gamma&gt; 0</val>",
-      "<time name=\"when\">2024-05-01T12:00:00Z</time>",
-      "<uri name=\"where\">https://example.org/item/0?q=1&amp;r=2</uri>",
-      "<version name=\"release\">1.2.0</version>",
-      "<bool name=\"flag\">0 1</bool>",
-      "<int8 name=\"i8\">-128 127 0</int8>",
-      "<uint8 name=\"u8\">0 255</uint8>",
-      "<int16 name=\"i16\">-32768 32767</int16>",
-      "<uint16 name=\"u16\">0 65535</uint16>",
-      "<int32 name=\"i32\" units=\"Meter\">-2147483648 2147483647 0</int32>",
-      "<uint32 name=\"u32\">0 4294967295</uint32>",
-      "<int64 name=\"i64\">-9223372036854775808 9223372036854775807 0</int64>",
-      "<uint64 name=\"u64\">0 18446744073709551615</uint64>",
-      "<scalar name=\"f\" units=\"Second\">3.141593 -0.5 1e-10 1234568</scalar>",
-      "<double name=\"d\" units=\"InvCelsius,\">2.718282 -1.5e+300 1e-300 0</double>",
-      "<vector3 name=\"v3\">1 -2 3.5</vector3>",
-      "<matrix4x4 name=\"m4\">1 0 0 0 0 1 0 0 0 0 1 0 0.25 0.5 0.75 1</matrix4x4>",
-      "<struct name=\"pts\" units=\"Meter\" type=\"point\">1.5 2.5 7 8 -3 4 -5 0</struct>",
-      "<int32 name=\"remote\" uri=\"file:///data/remote0.bin\"/>",
-      "<int32 name=\"named\">\n      <name locale=\"en-us\">Named</name>\n      <val>1 2 3</val>\n"
-      "    </int32>",
-      "<table name=\"tab\" class=\"point\">\n"
-      "      <default unit=\"Meter\" type=\"double\"/>\n"
-      "      <default unit=\"Second\" type=\"vec3\"/>\n"
-      "      <name locale=\"en-us\">Points</name>\n"
-      "      <double name=\"x\">1.5</double>",
-      "<table name=\"inner\">\n        <int8 name=\"z\">-1</int8>",
-      "<group name=\"g\" class=\"pair\">\n    <int32 name=\"a\">12</int32>",
-      "<link name=\"l\" to=\"n0.tab\">\n    <name locale=\"en-us\">Shortcut</name>\n  </link>",
-  };
-  for (const char* text : expected)
-    EXPECT_NE(out.find(text), std::string::npos) << text;
-  // Inherited members stay hidden unless the document names them; no optional flag is
-  // written.
-  EXPECT_EQ(out.find("name=\"y\""), std::string::npos);
-  EXPECT_EQ(out.find("optional"), std::string::npos);
+// Catches an element, attribute or value that the writer does not give back as it was read,
+// a hidden inherited member or an optional flag written, and a written document that reads
+// back otherwise: a fixed point from the first export on.
+TEST_F(XMLFrontEndTest, ExportGivesBackEveryValueAndIsAFixedPoint) {
+  const std::string document = SampleDocument::document(3);
+  const std::string first = roundTrip(document);
+  // The "optional" flags are read but never written.
+  EXPECT_EQ(oneLine(first),
+            oneLine(std::regex_replace(document, std::regex(" optional=\"true\""), "")));
+  EXPECT_EQ(roundTrip(first), first);
 }
 
 // Catches a reader and a writer wrong in step with each other, which text alone would not
