@@ -59,21 +59,6 @@ TEST(SchemaLocatorImplTest, ChainsHoldTheKnownPathsInOrder) {
   EXPECT_EQ(b->layout(), chain->layout());  // "b" is cached already
 }
 
-// Catches a layout built again for every schema that names its path, each holding a count.
-TEST(SchemaLocatorImplTest, OnePathIsBuiltOnceAndShared) {
-  Defining defining{L"a"};
-  SchemaLocatorImpl locator;
-  locator.push(defining.store());
-  const unsigned before = defining.references(L"a");
-  SharedPtr<SchemaImpl> first = resolve(locator, L"a");
-  SharedPtr<SchemaImpl> second = resolve(locator, L"a;a");
-  ASSERT_TRUE(first && second);
-  EXPECT_NE(first.get(), second.get());
-  EXPECT_EQ(first->layout(), second->layout(0));
-  EXPECT_EQ(first->layout(), second->layout(1));
-  EXPECT_EQ(before + 1, defining.references(L"a"));
-}
-
 // Catches a search that stops at a name that is not a table: it is passed over and the
 // search goes on in the other stores, whatever their order. Schemas may sit below
 // containers and tables ("lib.point").
