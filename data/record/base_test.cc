@@ -16,16 +16,6 @@ std::string bytesOf(const Base& record) {
   return std::string(reinterpret_cast<const char*>(record.data()), record.used());
 }
 
-// Catches: a size put in the wrong class, at each class boundary and past the largest.
-TEST(RecordAllocator, MapsSizesToTheirClasses) {
-  const unsigned cases[][2] = {{0, 0},       {1, 8},        {8, 8},         {9, 16},
-                               {17, 32},     {33, 48},      {49, 64},       {65, 96},
-                               {97, 128},    {129, 256},    {257, 512},     {1025, 2048},
-                               {4096, 4096}, {4097, 16384}, {16384, 16384}, {16385, 16385}};
-  for (const auto& c : cases)
-    EXPECT_EQ(allocator(c[0]), c[1]) << "size " << c[0];
-}
-
 // Catches: a fresh record reaching the store before update(), a second update() creating a
 // second record, the `changed` flag lost, and a failed create taken for a stored record.
 TEST(RecordBase, FirstUpdateCreatesAndLaterOnesOverwriteInPlace) {
