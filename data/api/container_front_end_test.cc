@@ -37,9 +37,9 @@ TEST(ContainerFrontEnd, FreshStoreGetsRootVersionAndOneContainerPerName) {
   EXPECT_EQ(Metadata::Root(&store, 0).items(), 2u);
 }
 
-// A root whose children are a property "value" and then a container "box", as a document
-// parsed into the store can leave it: catches an empty name that picks the property, and a
-// property's name that makes a container.
+// Catches an empty name that picks a property, and a property's name that makes a container:
+// a root whose children are a property "value" and then a container "box", as a document
+// parsed into the store can leave it.
 TEST(ContainerFrontEnd, EmptyNamePicksTheFirstContainerAndPropertyNamesAreRefused) {
   MemoryDataStore store;
   {

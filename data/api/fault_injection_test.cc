@@ -282,7 +282,8 @@ TEST(FaultInjection, ResolvingSchemas) {
       });
 }
 
-// Evicting cannot fail: a store that refuses the dropped reference counts only keeps them.
+// Catches a pop that fails with the store: evicting cannot fail, a store that refuses the
+// dropped reference counts only keeps them.
 TEST(FaultInjection, PopEvictsEvenWhenTheStoreFails) {
   InterceptingStore store;
   Schema::SchemaBuilder(&store).pointAndPair();

@@ -23,11 +23,11 @@ std::wstring wide(const std::string& text) {
   return std::wstring(text.begin(), text.end());
 }
 
-// Eight threads resolve (single paths and chains) and build containers from the schemas in
-// stores of their own, while two threads each push a store of their own, use its schema, and
-// pop it again. A store is popped only by the thread that uses its schemas, after it is done.
 // Catches a race on the locator's cache (two layouts for one path, a torn entry), and a pop
-// that evicts the layouts of other stores with its own.
+// that evicts the layouts of other stores with its own. Eight threads resolve (single paths
+// and chains) and build containers from the schemas in stores of their own, while two threads
+// each push a store of their own, use its schema, and pop it again. A store is popped only by
+// the thread that uses its schemas, after it is done.
 TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
   // Four schema stores, each defining "schemas.sK" with K + 1 double members sKm0 ...
   const int kStores = 4;
@@ -105,8 +105,9 @@ TEST(ThreadSafety, LocatorResolvesWhileOtherStoresComeAndGo) {
     EXPECT_EQ(layout, locator->resolve(L"schemas.race")->layout());
 }
 
-// Four threads change one shared container, each through handles of its own: every thread
-// creates children under names of its own, renames some and destroys others.
+// Catches children lost, listed twice or leaked, and calls that touch records without the
+// store's lock, when four threads change one shared container, each through handles of its
+// own: every thread creates children under names of its own, renames some, destroys others.
 TEST(ThreadSafety, SeparateHandlesOnOneStore) {
   InterceptingStore store;
   IContainerFrontEnd::toplevel(&store, L"shared");

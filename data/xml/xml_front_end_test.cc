@@ -169,8 +169,8 @@ TEST_F(XMLFrontEndTest, ContainerFormLetsFailuresThrough) {
   EXPECT_FALSE(failing.closed);
 }
 
-// Two documents parsed at the same time into two stores: nothing of one parse may leak into
-// the other (run under ThreadSanitizer too).
+// Catches parser or handler state shared between parses: two documents parsed at the same
+// time into two stores, nothing of one may leak into the other (run under ThreadSanitizer).
 TEST_F(XMLFrontEndTest, ParsesTwoDocumentsAtOnceOnTwoThreads) {
   const std::string documents[2] = {SampleDocument::document(40),
                                     "<ROOT name='other'>" + SampleDocument::node(7) + "</ROOT>"};

@@ -112,8 +112,9 @@ TEST(XMLParsingLogicTest, GivesOnlyTheTextSinceTheLastTag) {
   EXPECT_EQ(names(store, at(store, L"a")), Strings{"de=Knoxten"});
 }
 
-// A "val" under a set element is accepted and dropped, and leaves that element's handler
-// refusing every later sub-element of the document; other handlers are unaffected.
+// Catches a "val" under a set element that is not accepted and dropped, or that does not
+// leave that element's handler refusing every later sub-element of the document; other
+// handlers are unaffected.
 TEST(XMLParsingLogicTest, ValUnderASetElementBlocksItsNamesForTheDocument) {
   MemoryDataStore store;
   EXPECT_EQ(parse(store,

@@ -73,8 +73,8 @@ void onSmallStack(Work& work) {
   pthread_attr_destroy(&attributes);
 }
 
-// Deep trees are written by a loop: a walk that recursed per level would overflow this
-// stack long before the leaf.
+// Catches a writer that recurses per level: deep trees are written by a loop, and a
+// recursive walk would overflow this thread's small stack long before the leaf.
 TEST(XMLRenderingLogicTest, WritesTreesDeeperThanTheStackAllows) {
   const unsigned depth = 3000;
   std::string xml = "<root name='r'>";
