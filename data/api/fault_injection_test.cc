@@ -198,14 +198,16 @@ void rootWithSubtree(InterceptingStore& store) {
   store.version(1);
 }
 
-// Catches add, remove, rename, hide, show and clear of the tree leaving a lock held or a
-// leak behind when the store fails half-way.
+// Catches add, remove, rename, hide, show, clear and a clone into the failing store that
+// swallow the fault or leave a leak behind when the store fails half-way.
 TEST(FaultInjection, ChangingTheTree) {
   failEachStep(
-      [](InterceptingStore& failing, MemoryDataStore&) {
+      [](InterceptingStore& failing, MemoryDataStore& plain) {
         rootWithSubtree(failing);
-        return [&failing] {
+        const unsigned source = testing::Subtree(&plain, L"c").group;
+        return [&failing, &plain, source] {
           Metadata::Root root(&failing, 0);
+          root.add(Structural::Container(&plain, source, true).clone(&failing));
           root.add(testing::Subtree(&failing, L"h").group);
           root.remove(L"g");
           root.rename(L"h", L"i");
