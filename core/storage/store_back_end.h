@@ -8,14 +8,14 @@
 
 namespace kestrine::platform::core::storage::datastore {
 
-// What a TransactionalDataStore asks of the place that keeps its committed state, such as an
-// LMDB file. The shared part keeps the pending transaction,
+// What a TransactionalDataStore asks of the place that keeps its committed state: an LMDB
+// file, or a store in a PostgreSQL database. The shared part keeps the pending transaction,
 // the store lock and the bookkeeping; the back end answers how the committed state is read,
 // how this process gets its turn to change it, and how a commit reaches it.
 //
 // Holding. While the store lock is held or a transaction is pending, the store is `held`:
 // the back end then keeps whatever fixes the committed state that this process reads (a
-// file's read view), until letGo(). A pending transaction's base
+// file's read view, a database's advisory lock), until letGo(). A pending transaction's base
 // is that state, the newest one when its change began.
 //
 // Every method but awaitTurn() is called with the store's mutex held, never concurrently.
@@ -64,12 +64,24 @@ class StoreBackEnd {
 
   // Writes `transaction` atomically, and lets the next reads see it; `keepHolding` when the
   // store lock stays held after it. On failure the committed state is as it was, and the
-  // transaction stays pending.
+  // transaction stays pending unless lostHold() says that its base is gone.
   virtual void commit(PendingTransaction& transaction, bool keepHolding) = 0;
 
   // The transaction has ended (committed, abandoned, or not begun after all): the turn that
   // awaitTurn() took goes back.
   virtual void endChange() {}
+
+  // -- Failures -------------------------------------------------------------------------------
+
+  // After a failed operation: true when the failure cost the back end what it held, and so a
+  // pending transaction its base, which the shared part then drops; `changesDropped` when
+  // that transaction had changed anything. The back end then holds nothing. By default what
+  // is held survives every failure.
+  virtual bool lostHold(bool /*changesDropped*/) { return false; }
+
+  // Throws core::Exception, once, when changes went with a lost hold since the last call;
+  // flush() calls it before it commits.
+  virtual void reportLostChanges() {}
 };
 
 }  // namespace kestrine::platform::core::storage::datastore

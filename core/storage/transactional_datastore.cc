@@ -16,8 +16,8 @@
 
 namespace kestrine::platform::core::storage::datastore {
 
-// Threads. `mutex` guards the pending transaction and the back end (an LMDB
-// environment is not for concurrent use); every operation holds it
+// Threads. `mutex` guards the pending transaction and the back end (neither an LMDB
+// environment nor a database connection is for concurrent use); every operation holds it
 // throughout, so each one is atomic towards the others. The store lock handed out by lock()
 // is the separate, re-entrant `storeLock`: it orders callers' sequences of operations and
 // marks commit points.
@@ -101,14 +101,22 @@ struct TransactionalDataStore::Impl {
     if (!held()) backEnd->letGo();
   }
 
-  // A transaction that the failed operation began and left empty ends, so that a refusal
-  // changes nothing.
+  // When the failure took what the back end held with it, a pending transaction has lost its
+  // base and goes. Otherwise a transaction that the failed operation began and left empty
+  // ends, so that a refusal changes nothing.
   void recover() {
     try {
-      abandonIfEmpty();
+      bool changesDropped = pending && !transaction.empty();
+      if (!backEnd->lostHold(changesDropped)) {
+        abandonIfEmpty();
+      } else if (pending) {
+        if (changesDropped) ++ownChanges;
+        endTransaction();
+      }
       settle();
     } catch (...) {
-      // The operation's own failure is the one to report.
+      // Only letting go can fail here (a database that loses its connection, and the lock
+      // with it). The operation's own failure is the one to report.
     }
   }
 
@@ -208,7 +216,7 @@ struct TransactionalDataStore::Impl {
     try {
       run([this] { commit(); });
     } catch (...) {
-      // Still pending; the next commit point retries, and flush() or complete() reports.
+      // Still pending, or dropped with what the back end held; flush() and complete() report.
     }
   }
 };
@@ -330,6 +338,7 @@ void TransactionalDataStore::attach(std::unique_ptr<IAttachment> attachment) {
 
 void TransactionalDataStore::flush() {
   std::lock_guard<std::mutex> guard(impl_->mutex);
+  impl_->backEnd->reportLostChanges();
   impl_->run([&] { impl_->commit(); });
 }
 

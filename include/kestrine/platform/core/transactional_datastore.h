@@ -12,7 +12,7 @@ namespace kestrine::platform::core::storage::datastore {
 class StoreBackEnd;
 
 // What the stores that keep their records beyond the process share: LmdbDataStore (a file)
-// is one. Clients make one of those; each one's header says where
+// and PostgresDataStore (a database). Clients make one of those; each one's header says where
 // its records live and what a commit costs there.
 //
 // They give the same answers as MemoryDataStore for the same sequence of operations: the
@@ -60,7 +60,7 @@ class KPL_CORE_API TransactionalDataStore : public IDataStore {
   // Drops the pending transaction; the store keeps its last committed state. Always true.
   bool abandon() override;
 
-  // `foreign` moves when what this object reads comes to include another process's commits.
+  // `foreign` moves when what this object reads comes to include commits made elsewhere.
   bool stamp(tStamp& stamp) override;
   IAttachment* attachment() override;
   void attach(std::unique_ptr<IAttachment> attachment) override;
