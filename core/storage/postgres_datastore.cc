@@ -37,12 +37,7 @@ class PostgresBackEnd final : public StoreBackEnd {
   std::optional<RecordBytes> record(unsigned offset) override {
     if (offset >= committed_.state.nextOffset) return std::nullopt;
     const PendingTransaction::Change* change = cache_.find(offset);
-    if (change == nullptr) {
-      unsigned first = offset / RecordCache::kBlock * RecordCache::kBlock;
-      cache_.load(offset / RecordCache::kBlock,
-                  database_.records(first, first + (RecordCache::kBlock - 1)));
-      change = cache_.find(offset);
-    }
+    if (change == nullptr) change = load(offset);
     if (change == nullptr) return std::nullopt;
     return change->record();
   }
@@ -97,6 +92,15 @@ class PostgresBackEnd final : public StoreBackEnd {
     }
     committed_ = newest;
     known_ = true;
+  }
+
+  // Reads the block of offsets around `offset` into the cache and answers its entry. Kept
+  // out of record(), which under the store lock mostly finds the record cached.
+  [[gnu::noinline]] const PendingTransaction::Change* load(unsigned offset) {
+    unsigned first = offset / RecordCache::kBlock * RecordCache::kBlock;
+    cache_.load(offset / RecordCache::kBlock,
+                database_.records(first, first + (RecordCache::kBlock - 1)));
+    return cache_.find(offset);
   }
 
   void hold() {
