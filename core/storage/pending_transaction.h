@@ -1,6 +1,7 @@
 #ifndef KPL_CORE_STORAGE_PENDING_TRANSACTION_H_
 #define KPL_CORE_STORAGE_PENDING_TRANSACTION_H_
 
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -20,6 +21,12 @@ class PendingTransaction {
   struct Change {
     bool live;
     std::vector<unsigned char> bytes;
+
+    // The record's bytes; absent when it was freed.
+    std::optional<RecordBytes> record() const {
+      if (!live) return std::nullopt;
+      return RecordBytes{bytes.data(), bytes.size()};
+    }
   };
   using Changes = std::unordered_map<unsigned, Change>;
 

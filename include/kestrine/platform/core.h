@@ -13,6 +13,7 @@
 #include "kestrine/platform/core/postgres_datastore.h"
 #include "kestrine/platform/core/string.h"
 #include "kestrine/platform/core/thread.h"
+#include "kestrine/platform/core/transactional_datastore.h"
 #include "kestrine/platform/core/uuid.h"
 #include "kestrine/platform/core/xml.h"
 

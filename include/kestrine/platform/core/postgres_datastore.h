@@ -1,19 +1,16 @@
 #ifndef KESTRINE_PLATFORM_CORE_POSTGRES_DATASTORE_H_
 #define KESTRINE_PLATFORM_CORE_POSTGRES_DATASTORE_H_
 
-#include <memory>
 #include <string>
 
-#include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/export.h"
+#include "kestrine/platform/core/transactional_datastore.h"
 
 namespace kestrine::platform::core::storage::datastore {
 
 // Records kept in a PostgreSQL database, shared by every client that opens the same store:
 // other processes, on this machine or others. For the same sequence of operations it gives
-// the same answers as MemoryDataStore and LmdbDataStore: the same offsets (the first record
-// of a new store at 0, freed offsets reused last-freed first), the same used(), records()
-// and version(), all of which survive closing and reopening.
+// the same answers as MemoryDataStore and LmdbDataStore (see TransactionalDataStore).
 //
 // Address. A libpq connection URI, postgresql://[user[:password]@][host][:port][/database]
 // [?parameter=value&...] (or postgres://), whose parameter `store` names the store (percent-
@@ -41,9 +38,10 @@ namespace kestrine::platform::core::storage::datastore {
 //
 // The store lock. lock() takes a PostgreSQL advisory lock of the store (a session lock keyed
 // by the store's id) besides the process's own re-entrant mutex, so it excludes every other
-// client on every machine until the outermost handle is released. While it is held, nobody
-// else commits: what the holder reads is one committed state, the newest when it took the
-// lock. A client that ends in any way, killed included, loses the lock with its connection.
+// client on every machine until the outermost handle is released; it throws core::Exception
+// when the server cannot be reached. While it is held, nobody else commits: what the holder
+// reads is one committed state, the newest when it took the lock. A client that ends in any
+// way, killed included, loses the lock with its connection.
 //
 // Transactions. Changes gather in memory, shared by all threads of the process, and reach
 // the database in one database transaction (all of it or none of it, also when the client
@@ -67,13 +65,13 @@ namespace kestrine::platform::core::storage::datastore {
 // core::Exception with one line. A failed commit keeps the changes pending for the next
 // commit point to retry, as the store file does; but when the connection is lost, the
 // server drops the lock, and with it the base those changes were made on: they are dropped
-// (own moves), the next flush() or complete() says so, and the next operation connects
-// again.
+// (own moves), the next flush() or complete() throws saying so, committing nothing, and the
+// next operation connects again.
 //
 // Two objects on one store, in one process or not, are two clients: one waits for the
 // other's lock. Every operation is safe from any thread, with or without the store lock;
 // the connection serves one operation at a time.
-class KPL_CORE_API PostgresDataStore : public IDataStore {
+class KPL_CORE_API PostgresDataStore : public TransactionalDataStore {
  public:
   // Connects to the database of `uri` and opens its store, creating it (and the tables) if
   // it does not exist and `create`. Throws core::Exception naming the address (without its
@@ -81,53 +79,8 @@ class KPL_CORE_API PostgresDataStore : public IDataStore {
   // refuses, a store that does not exist and !create ("...: no such store").
   explicit PostgresDataStore(const std::string& uri, bool create = true);
 
-  // Commits what is pending. A failure here cannot be reported: the database then keeps
-  // its last committed state. Call flush() first to learn of it.
-  ~PostgresDataStore() override;
-
-  PostgresDataStore(const PostgresDataStore&) = delete;
-  PostgresDataStore& operator=(const PostgresDataStore&) = delete;
-
-  // The store lock, across processes and machines (see above). Throws core::Exception when
-  // the server cannot be reached. Releasing the outermost handle commits the pending
-  // transaction; if that commit fails, flush() and complete() report it.
-  ILock* lock() override;
-
-  unsigned create(const void* data, unsigned size) override;
-  void append(unsigned offset, const void* data, unsigned size) override;
-  void write(unsigned offset, const void* data, unsigned size, bool changed) override;
-  unsigned size(unsigned offset) override;
-  unsigned read(unsigned offset, void* destination, unsigned maximum) override;
-  void free(unsigned offset) override;
-  unsigned long long used() override;
-  void version(unsigned version) override;
-  unsigned version() override;
-
-  // Commits the pending transaction, as flush() does.
-  void complete() override;
-
-  // Drops the pending transaction; the database keeps its last committed state. Always true.
-  bool abandon() override;
-
-  // `foreign` moves when this client finds that another one has committed.
-  bool stamp(tStamp& stamp) override;
-  IAttachment* attachment() override;
-  void attach(std::unique_ptr<IAttachment> attachment) override;
-
-  // Commits the pending transaction in one database transaction. Throws core::Exception on
-  // failure, and when changes were dropped with a lost connection since the last call.
-  // Does nothing when nothing is pending.
-  void flush();
-
-  // Number of live records; a diagnostic for tests and tools.
-  unsigned records();
-
   // The address as messages show it: the URI given, without its password.
   const std::string& address() const;
-
- private:
-  struct Impl;
-  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace kestrine::platform::core::storage::datastore
