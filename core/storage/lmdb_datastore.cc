@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "core/storage/file_lock.h"
 #include "core/storage/lmdb_environment.h"
@@ -22,8 +23,11 @@ namespace {
 // newest committed state and letGo() closes it again.
 class LmdbBackEnd final : public StoreBackEnd {
  public:
-  LmdbBackEnd(const std::string& path, std::size_t mapSize)
-      : environment_(path, mapSize), writer_(path + "-writer") {}
+  // A read-only store never changes, so it needs no turn to, and no lock file for it.
+  LmdbBackEnd(const std::string& path, std::size_t mapSize, StoreAccess access)
+      : environment_(path, mapSize, access == StoreAccess::kReadOnly) {
+    if (access == StoreAccess::kReadWrite) writer_.emplace(path + "-writer");
+  }
 
   CommittedStore& committed() override { return environment_; }
   void startReading(bool) override { environment_.openView(); }
@@ -35,7 +39,7 @@ class LmdbBackEnd final : public StoreBackEnd {
 
   void letGo() override { environment_.closeView(); }
 
-  void awaitTurn() override { writer_.lock(); }
+  void awaitTurn() override { writer_->lock(); }
 
   StoreState startChange() override {
     environment_.closeView();  // reopened on the newest state, the base
@@ -48,17 +52,20 @@ class LmdbBackEnd final : public StoreBackEnd {
     environment_.closeView();  // the next read sees this commit
   }
 
-  void endChange() override { writer_.unlock(); }
+  void endChange() override { writer_->unlock(); }
 
  private:
   LmdbEnvironment environment_;
-  FileLock writer_;
+  std::optional<FileLock> writer_;
 };
 
 }  // namespace
 
 LmdbDataStore::LmdbDataStore(std::string path, std::size_t mapSize)
-    : TransactionalDataStore(std::make_unique<LmdbBackEnd>(path, mapSize)) {}
+    : LmdbDataStore(std::move(path), StoreAccess::kReadWrite, mapSize) {}
+
+LmdbDataStore::LmdbDataStore(std::string path, StoreAccess access, std::size_t mapSize)
+    : TransactionalDataStore(std::make_unique<LmdbBackEnd>(path, mapSize, access), access) {}
 
 const std::string& LmdbDataStore::path() const {
   return name();

@@ -11,11 +11,14 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/storage/datastore_test_support.h"
@@ -227,6 +230,92 @@ TEST_F(LmdbDataStoreTest, OpeningRefusesWhatIsNotAStoreFile) {
   LmdbDataStore open(path());
   EXPECT_NE(refusal(path()).find("already open in this process"), std::string::npos);
   EXPECT_EQ(createText(open, "still usable"), 0u);
+}
+
+// Puts `records` (offset -> value as stored) beside the format marker `format` into the file
+// at `path` with LMDB itself, as an older or a damaged writer would have left them.
+void putRaw(const std::string& path, const char* format,
+            const std::vector<std::pair<unsigned, std::string>>& records) {
+  MDB_env* env = nullptr;
+  MDB_txn* txn = nullptr;
+  MDB_dbi meta, data, free;
+  ASSERT_EQ(mdb_env_create(&env), 0);
+  ASSERT_EQ(mdb_env_set_maxdbs(env, 3), 0);
+  ASSERT_EQ(mdb_env_open(env, path.c_str(), MDB_NOSUBDIR, 0644), 0);
+  ASSERT_EQ(mdb_txn_begin(env, nullptr, 0, &txn), 0);
+  ASSERT_EQ(mdb_dbi_open(txn, "meta", MDB_CREATE, &meta), 0);
+  ASSERT_EQ(mdb_dbi_open(txn, "records", MDB_CREATE | MDB_INTEGERKEY, &data), 0);
+  ASSERT_EQ(mdb_dbi_open(txn, "free", MDB_CREATE | MDB_INTEGERKEY, &free), 0);
+  MDB_val key{6, const_cast<char*>("format")}, value{std::strlen(format), (void*)format};
+  ASSERT_EQ(mdb_put(txn, meta, &key, &value, 0), 0);
+  char empty[24] = {};  // the state of a new store, unless the file has one
+  MDB_val state{5, const_cast<char*>("state")}, zeros{sizeof empty, empty};
+  EXPECT_NE(mdb_put(txn, meta, &state, &zeros, MDB_NOOVERWRITE), EINVAL);
+  for (auto [offset, bytes] : records) {
+    MDB_val at{sizeof offset, &offset}, record{bytes.size(), bytes.data()};
+    ASSERT_EQ(mdb_put(txn, data, &at, &record, 0), 0);
+  }
+  ASSERT_EQ(mdb_txn_commit(txn), 0);
+  mdb_env_close(env);
+}
+
+// Catches: a read-only store that writes its file, refuses the reference counts that reading
+// writes, keeps them past another process's commit, or lets a change through.
+TEST_F(LmdbDataStoreTest, ReadOnlyStoresKeepCountsInMemoryAndRefuseChanges) {
+  EXPECT_NE(message([&] {
+              LmdbDataStore store(path(), StoreAccess::kReadOnly);
+            }).find(path() + ": open: "),
+            std::string::npos);
+  {
+    LmdbDataStore store(path());
+    createText(store, "count 1");
+  }
+  std::ifstream file(path(), std::ios::binary);
+  const std::string before{std::istreambuf_iterator<char>(file), {}};
+  LmdbDataStore store(path(), StoreAccess::kReadOnly);
+  store.write(0, "count 2", 7, false);
+  EXPECT_EQ(readAll(store, 0), "count 2");
+  const std::string refusal = path() + ": the store is open read-only";
+  EXPECT_EQ(message([&] { createText(store, "new"); }), refusal);
+  EXPECT_EQ(message([&] { store.write(0, "changed", 7, true); }), refusal);
+  EXPECT_EQ(message([&] { store.free(0); }), refusal);
+  EXPECT_EQ(message([&] { store.version(3); }), refusal);
+  store.flush();
+  std::ifstream again(path(), std::ios::binary);
+  EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(again), {}) == before);
+
+  ASSERT_EQ(runChild("fill '" + path() + "' 1"), "");
+  EXPECT_EQ(readAll(store, 0), "count 1");
+  EXPECT_EQ(store.records(), 2u);
+}
+
+// Catches: files of the first format, without checksums, read as damaged or written with
+// checksums they cannot hold; damage that checkRecords() passes over.
+TEST_F(LmdbDataStoreTest, ChecksumsFindDamageAndOlderFilesKeepWorking) {
+  std::string older = path() + ".v1";
+  putRaw(older, "kestrine datastore 1", {});
+  {
+    LmdbDataStore store(older);
+    createText(store, "first");
+  }
+  LmdbDataStore reopened(older);
+  EXPECT_EQ(readAll(reopened, 0), "first");
+  std::vector<std::string> damaged;
+  reopened.checkRecords(damaged);
+  EXPECT_TRUE(damaged.empty()) << damaged.front();
+
+  {
+    LmdbDataStore store(path());
+    for (const char* text : {"zero", "one", "two"})
+      createText(store, text);
+  }
+  putRaw(path(), "kestrine datastore 2", {{1, std::string(8, '\0') + "one"}});
+  LmdbDataStore store(path());
+  EXPECT_EQ(readAll(store, 2), "two");
+  const std::string record = path() + ": damaged record at offset 1: ";
+  EXPECT_EQ(message([&] { readAll(store, 1); }), record + "its bytes do not match their checksum");
+  store.checkRecords(damaged);
+  EXPECT_EQ(damaged, std::vector<std::string>{record + "its bytes do not match their checksum"});
 }
 
 }  // namespace

@@ -4,9 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <set>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 #include "kestrine/platform/core/exception.h"
 
@@ -15,7 +19,10 @@ namespace kestrine::platform::core::storage::datastore {
 namespace {
 
 constexpr char kFormatKey[] = "format";
-constexpr char kFormat[] = "kestrine datastore 1";
+// Format 2 keeps a checksum before each record's bytes; files of format 1, which have none,
+// are read and written as they are.
+constexpr char kFormat[] = "kestrine datastore 2";
+constexpr char kFormatWithoutChecksums[] = "kestrine datastore 1";
 constexpr char kStateKey[] = "state";
 // StoreState as stored: four 32-bit fields and one 64-bit field in native byte order, like
 // LMDB's own integer keys; the file is not meant to move between architectures.
@@ -57,6 +64,18 @@ MDB_val text(const char* key) {
   return value(key, std::strlen(key));
 }
 
+bool holds(const MDB_val& data, const char* text) {
+  return data.mv_size == std::strlen(text) && std::memcmp(data.mv_data, text, data.mv_size) == 0;
+}
+
+// A record's checksum covers its offset too, so that bytes that end up under another key
+// are caught as well.
+using Checksum = std::uint64_t;
+
+Checksum checksum(unsigned offset, const void* data, std::size_t size) {
+  return XXH3_64bits_withSeed(data, size, offset);
+}
+
 bool isDiskFull(int rc) {
   return rc == ENOSPC || rc == EDQUOT || rc == EFBIG;
 }
@@ -73,10 +92,18 @@ void erase(MDB_txn* txn, MDB_dbi dbi, MDB_val key) {
 }  // namespace
 
 void LmdbWriter::putRecord(unsigned offset, const RecordBytes& bytes) {
-  // LMDB copies mv_size bytes; an empty record still needs a valid address.
-  static const unsigned char kNothing = 0;
-  put(txn_, records_, value(&offset, sizeof offset),
-      value(bytes.size != 0 ? bytes.data : &kNothing, bytes.size));
+  MDB_val key = value(&offset, sizeof offset);
+  std::size_t header = checksummed_ ? sizeof(Checksum) : 0;
+  MDB_val data{header + bytes.size, nullptr};
+  // An empty record of a file without checksums still gets a valid address to write from.
+  if (data.mv_size == 0) return put(txn_, records_, key, text(""));
+  check(mdb_put(txn_, records_, &key, &data, MDB_RESERVE));
+  unsigned char* out = static_cast<unsigned char*>(data.mv_data);
+  if (checksummed_) {
+    Checksum sum = checksum(offset, bytes.data, bytes.size);
+    std::memcpy(out, &sum, sizeof sum);
+  }
+  if (bytes.size != 0) std::memcpy(out + header, bytes.data, bytes.size);
 }
 
 void LmdbWriter::deleteRecord(unsigned offset) {
@@ -102,7 +129,8 @@ void LmdbWriter::putState(const StoreState& state) {
   put(txn_, meta_, text(kStateKey), value(bytes, kStateBytes));
 }
 
-LmdbEnvironment::LmdbEnvironment(const std::string& path, std::size_t mapSize) : path_(path) {
+LmdbEnvironment::LmdbEnvironment(const std::string& path, std::size_t mapSize, bool readOnly)
+    : path_(path) {
   std::lock_guard<std::mutex> guard(openFilesMutex());
   // Refuse a directory before LMDB creates its "-lock" file next to it.
   struct stat status;
@@ -113,22 +141,15 @@ LmdbEnvironment::LmdbEnvironment(const std::string& path, std::size_t mapSize) :
     }
   }
   try {
-    check(mdb_env_create(&env_));
-    check(mdb_env_set_maxdbs(env_, 3));
-    const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    check(mdb_env_set_mapsize(env_, (mapSize + page - 1) / page * page));
-    check(mdb_env_open(env_, path.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0644));
+    openEnvironment(mapSize, readOnly);
     checkLength();
-    // A process killed while reading leaves its reader slot behind, and LMDB keeps every page
-    // that slot's snapshot might need: the file would only grow. Clear such slots.
-    int stale = 0;
-    check(mdb_reader_check(env_, &stale));
 
     MDB_txn* txn = nullptr;
     beginRead(&txn);
     int rc = mdb_dbi_open(txn, "meta", 0, &meta_);
     if (rc == MDB_NOTFOUND) {
       mdb_txn_abort(txn);
+      if (readOnly) throw Exception(path + ": open: the file holds no store yet");
       create();
     } else {
       try {
@@ -165,6 +186,31 @@ LmdbEnvironment::~LmdbEnvironment() {
   openFiles().erase(fileId_);
 }
 
+void LmdbEnvironment::openEnvironment(std::size_t mapSize, bool readOnly) {
+  const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | (readOnly ? MDB_RDONLY : 0);
+  for (;;) {
+    check(mdb_env_create(&env_));
+    check(mdb_env_set_maxdbs(env_, 3));
+    check(mdb_env_set_mapsize(env_, (mapSize + page - 1) / page * page));
+    int rc = mdb_env_open(env_, path_.c_str(), flags, 0644);
+    // A reader that may not write the reader table beside the file (another user's, or in a
+    // read-only folder) reads without it: its view is then not protected from writers that
+    // reuse pages, but the records' checksums catch what that could garble.
+    if (rc == EACCES && readOnly && (flags & MDB_NOLOCK) == 0) {
+      close();
+      flags |= MDB_NOLOCK;
+      continue;
+    }
+    check(rc);
+    break;
+  }
+  // A process killed while reading leaves its reader slot behind, and LMDB keeps every page
+  // that slot's snapshot might need: the file would only grow. Clear such slots.
+  int stale = 0;
+  if ((flags & MDB_NOLOCK) == 0) check(mdb_reader_check(env_, &stale));
+}
+
 void LmdbEnvironment::close() {
   if (view_ != nullptr) mdb_txn_abort(view_);
   view_ = nullptr;
@@ -199,17 +245,15 @@ void LmdbEnvironment::openDatabases(MDB_txn* txn, unsigned createFlag) {
   }
   if (createFlag != 0) {
     put(txn, meta_, text(kFormatKey), text(kFormat));
-    LmdbWriter(txn, records_, freeStack_, meta_).putState(StoreState());
+    LmdbWriter(txn, records_, freeStack_, meta_, true).putState(StoreState());
     return;
   }
   MDB_val key = text(kFormatKey), format;
   int rc = mdb_get(txn, meta_, &key, &format);
   if (rc == MDB_NOTFOUND) foreign();
   check(rc);
-  if (format.mv_size != std::strlen(kFormat) ||
-      std::memcmp(format.mv_data, kFormat, format.mv_size) != 0) {
-    foreign();
-  }
+  checksummed_ = holds(format, kFormat);
+  if (!checksummed_ && !holds(format, kFormatWithoutChecksums)) foreign();
 }
 
 // Makes the databases of a new store. Another process may be doing the same at this moment;
@@ -259,7 +303,17 @@ std::optional<RecordBytes> LmdbEnvironment::record(unsigned offset) const {
   int rc = mdb_get(view_, records_, &key, &data);
   if (rc == MDB_NOTFOUND) return std::nullopt;
   if (rc != MDB_SUCCESS) fail("read record " + std::to_string(offset), rc);
-  return RecordBytes{static_cast<const unsigned char*>(data.mv_data), data.mv_size};
+  const unsigned char* bytes = static_cast<const unsigned char*>(data.mv_data);
+  if (!checksummed_) return RecordBytes{bytes, data.mv_size};
+  Checksum stored;
+  if (data.mv_size < sizeof stored) damagedRecord(offset, "shorter than its checksum");
+  std::memcpy(&stored, bytes, sizeof stored);
+  bytes += sizeof stored;
+  std::size_t size = data.mv_size - sizeof stored;
+  if (stored != checksum(offset, bytes, size)) {
+    damagedRecord(offset, "its bytes do not match their checksum");
+  }
+  return RecordBytes{bytes, size};
 }
 
 unsigned LmdbEnvironment::freeOffset(unsigned position) {
@@ -293,7 +347,7 @@ StoreState LmdbEnvironment::state() const {
 
 void LmdbEnvironment::commit(const std::function<void(LmdbWriter&)>& apply) {
   writeTransaction("commit", [&](MDB_txn* txn) {
-    LmdbWriter writer(txn, records_, freeStack_, meta_);
+    LmdbWriter writer(txn, records_, freeStack_, meta_, checksummed_);
     apply(writer);
   });
 }
@@ -354,6 +408,10 @@ void LmdbEnvironment::fail(const std::string& operation, int rc) const {
 
 void LmdbEnvironment::damaged(const std::string& what) const {
   throw Exception(path_ + ": damaged store file: " + what);
+}
+
+void LmdbEnvironment::damagedRecord(unsigned offset, const char* what) const {
+  throw Exception(path_ + ": damaged record at offset " + std::to_string(offset) + ": " + what);
 }
 
 void LmdbEnvironment::foreign() const {

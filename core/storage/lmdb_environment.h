@@ -24,18 +24,28 @@ class LmdbWriter final : public CommitWriter {
 
  private:
   friend class LmdbEnvironment;
-  LmdbWriter(MDB_txn* txn, MDB_dbi records, MDB_dbi freeStack, MDB_dbi meta)
-      : txn_(txn), records_(records), freeStack_(freeStack), meta_(meta) {}
+  LmdbWriter(MDB_txn* txn, MDB_dbi records, MDB_dbi freeStack, MDB_dbi meta, bool checksummed)
+      : txn_(txn),
+        records_(records),
+        freeStack_(freeStack),
+        meta_(meta),
+        checksummed_(checksummed) {}
 
   MDB_txn* txn_;
   MDB_dbi records_;
   MDB_dbi freeStack_;
   MDB_dbi meta_;
+  bool checksummed_;
 };
 
 // One LMDB environment on a single file (MDB_NOSUBDIR) with the store's three databases:
-// "records" (offset -> bytes), "free" (stack position -> freed offset) and "meta" (the
-// format marker and the StoreState). Not thread-safe: its owner serialises every call.
+// "records" (offset -> checksum and bytes), "free" (stack position -> freed offset) and "meta"
+// (the format marker and the StoreState). Not thread-safe: its owner serialises every call.
+//
+// Checksums. Each record's bytes follow a checksum of them and their offset, verified on
+// every read, so that a damaged record is reported rather than interpreted. (Files of the
+// first format have none, and keep having none.) LMDB's own pages carry no checksum: damage
+// to its B-tree cannot be detected, only the records' bytes can.
 //
 // Reading goes through one read-only transaction, the view, which is reset and renewed
 // rather than recreated. It is made with MDB_NOTLS, so that it belongs to no thread and
@@ -43,8 +53,9 @@ class LmdbWriter final : public CommitWriter {
 class LmdbEnvironment final : public CommittedStore {
  public:
   // Opens or creates the store file. Throws core::Exception on any fault (see
-  // LmdbDataStore's constructor); nothing stays open then.
-  LmdbEnvironment(const std::string& path, std::size_t mapSize);
+  // LmdbDataStore's constructor); nothing stays open then. `readOnly` opens an existing
+  // store without ever writing to it, also when the file or its folder is read-only.
+  LmdbEnvironment(const std::string& path, std::size_t mapSize, bool readOnly);
   ~LmdbEnvironment();
   LmdbEnvironment(const LmdbEnvironment&) = delete;
   LmdbEnvironment& operator=(const LmdbEnvironment&) = delete;
@@ -60,7 +71,8 @@ class LmdbEnvironment final : public CommittedStore {
   // this environment did not make itself since it last looked.
   unsigned long long foreignChanges() const { return foreignChanges_; }
 
-  // Reads of the open view. The record is absent when the offset holds none.
+  // Reads of the open view. The record is absent when the offset holds none; throws
+  // core::Exception "<path>: damaged record at offset N: ..." when its checksum fails.
   std::optional<RecordBytes> record(unsigned offset) const;
   unsigned freeOffset(unsigned position) override;
   StoreState state() const;
@@ -74,9 +86,11 @@ class LmdbEnvironment final : public CommittedStore {
   // Throws core::Exception "<path>: <operation>: <cause>".
   [[noreturn]] void fail(const std::string& operation, int rc) const;
   [[noreturn]] void damaged(const std::string& what) const;
+  [[noreturn]] void damagedRecord(unsigned offset, const char* what) const;
   [[noreturn]] void foreign() const;
 
  private:
+  void openEnvironment(std::size_t mapSize, bool readOnly);
   void openDatabases(MDB_txn* txn, unsigned createFlag);
   void create();
   void close();
@@ -93,6 +107,7 @@ class LmdbEnvironment final : public CommittedStore {
   MDB_dbi records_ = 0;
   MDB_dbi freeStack_ = 0;
   MDB_dbi meta_ = 0;
+  bool checksummed_ = true;
   std::pair<unsigned long long, unsigned long long> fileId_{0, 0};
   // The newest committed transaction this environment knows of: the view's, or its own last.
   std::size_t seenTransaction_ = 0;

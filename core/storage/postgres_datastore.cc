@@ -122,7 +122,8 @@ class PostgresBackEnd final : public StoreBackEnd {
 }  // namespace
 
 PostgresDataStore::PostgresDataStore(const std::string& uri, bool create)
-    : TransactionalDataStore(std::make_unique<PostgresBackEnd>(uri, create)) {}
+    : TransactionalDataStore(std::make_unique<PostgresBackEnd>(uri, create),
+                             StoreAccess::kReadWrite) {}
 
 const std::string& PostgresDataStore::address() const {
   return name();

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -25,10 +26,17 @@ namespace kestrine::platform::core::storage::datastore {
 // Holding. While the store lock is held or a transaction is pending, the back end keeps the
 // committed state that this process reads fixed (see StoreBackEnd); every operation that
 // leaves neither lets it go.
+//
+// Read-only. Nothing is ever pending; `counts` holds the records whose reference counts the
+// object model rewrote, for the committed state that `countsSeen` names.
 struct TransactionalDataStore::Impl {
-  explicit Impl(std::unique_ptr<StoreBackEnd> store) : backEnd(std::move(store)) {}
+  Impl(std::unique_ptr<StoreBackEnd> store, StoreAccess access)
+      : backEnd(std::move(store)), readOnly(access == StoreAccess::kReadOnly) {}
 
   std::unique_ptr<StoreBackEnd> backEnd;
+  const bool readOnly;
+  std::unordered_map<unsigned, std::vector<unsigned char>> counts;
+  unsigned long long countsSeen = 0;
 
   std::recursive_mutex storeLock;
   unsigned lockDepth = 0;  // touched only by the thread that holds storeLock
@@ -80,6 +88,7 @@ struct TransactionalDataStore::Impl {
     std::lock_guard<std::mutex> guard(mutex);
     return run([&] {
       backEnd->startReading(held());
+      if (readOnly) dropStaleCounts();
       return operation();
     });
   }
@@ -87,12 +96,23 @@ struct TransactionalDataStore::Impl {
   // An operation that changes the store, in the pending transaction.
   template <class Operation>
   auto changing(Operation operation) {
+    if (readOnly) {
+      throw Exception(backEnd->committed().name() + ": the store is open read-only");
+    }
     std::unique_lock<std::mutex> guard(mutex);
     return run([&] {
       beginChange(guard);
       backEnd->startReading(held());
       return operation();
     });
+  }
+
+  // Reference counts written on a committed state that is no longer the one read go with it.
+  void dropStaleCounts() {
+    unsigned long long seen = backEnd->foreignChanges();
+    if (seen == countsSeen) return;
+    counts.clear();
+    countsSeen = seen;
   }
 
   // Once neither the store lock nor a pending transaction holds the store, nothing need stay
@@ -179,6 +199,10 @@ struct TransactionalDataStore::Impl {
 
   // The record at `offset` as this process sees it; absent when it holds none.
   std::optional<RecordBytes> current(unsigned offset) {
+    if (!counts.empty()) {
+      auto count = counts.find(offset);
+      if (count != counts.end()) return RecordBytes{count->second.data(), count->second.size()};
+    }
     if (pending) {
       if (const PendingTransaction::Change* change = transaction.find(offset))
         return change->record();
@@ -221,8 +245,9 @@ struct TransactionalDataStore::Impl {
   }
 };
 
-TransactionalDataStore::TransactionalDataStore(std::unique_ptr<StoreBackEnd> backEnd)
-    : impl_(new Impl(std::move(backEnd))) {}
+TransactionalDataStore::TransactionalDataStore(std::unique_ptr<StoreBackEnd> backEnd,
+                                               StoreAccess access)
+    : impl_(new Impl(std::move(backEnd), access)) {}
 
 TransactionalDataStore::~TransactionalDataStore() {
   std::lock_guard<std::mutex> guard(impl_->mutex);
@@ -255,8 +280,15 @@ void TransactionalDataStore::append(unsigned offset, const void* data, unsigned 
   });
 }
 
-void TransactionalDataStore::write(unsigned offset, const void* data, unsigned size, bool) {
+void TransactionalDataStore::write(unsigned offset, const void* data, unsigned size, bool changed) {
   std::vector<unsigned char> bytes = PendingTransaction::copy(data, size);
+  if (impl_->readOnly && !changed) {
+    return impl_->reading([&] {
+      if (!impl_->current(offset)) impl_->noRecord("write", offset);
+      impl_->counts[offset] = std::move(bytes);
+      ++impl_->ownChanges;
+    });
+  }
   impl_->changing([&] {
     std::optional<RecordBytes> current = impl_->current(offset);
     if (!current) impl_->noRecord("write", offset);
@@ -344,6 +376,49 @@ void TransactionalDataStore::flush() {
 
 unsigned TransactionalDataStore::records() {
   return impl_->reading([&] { return impl_->state().liveRecords; });
+}
+
+void TransactionalDataStore::checkRecords(std::vector<std::string>& damaged) {
+  std::lock_guard<std::mutex> guard(impl_->mutex);
+  impl_->run([&] {
+    StoreBackEnd& backEnd = *impl_->backEnd;
+    backEnd.startReading(impl_->held());
+    const StoreState state = backEnd.state();
+    const std::string& name = backEnd.committed().name();
+    std::size_t faults = damaged.size();
+    unsigned live = 0;
+    unsigned long long bytes = 0;
+    std::vector<bool> held(state.nextOffset);
+    for (unsigned offset = 0; offset < state.nextOffset; ++offset) {
+      try {
+        std::optional<RecordBytes> record = backEnd.record(offset);
+        if (!record) continue;
+        held[offset] = true;
+        ++live;
+        bytes += record->size;
+      } catch (const Exception& failure) {
+        damaged.push_back(failure.what());
+      }
+    }
+    for (unsigned position = 0; position < state.freeCount; ++position) {
+      try {
+        unsigned offset = backEnd.committed().freeOffset(position);
+        if (offset >= state.nextOffset || held[offset]) {
+          damaged.push_back(name + ": damaged free list: entry " + std::to_string(position) +
+                            " names offset " + std::to_string(offset) + ", which is not free");
+        }
+      } catch (const Exception& failure) {
+        damaged.push_back(failure.what());
+      }
+    }
+    // Counts cannot be compared past a record that could not be read.
+    if (damaged.size() == faults && (live != state.liveRecords || bytes != state.liveBytes)) {
+      damaged.push_back(name + ": damaged store state: it counts " +
+                        std::to_string(state.liveRecords) + " records of " +
+                        std::to_string(state.liveBytes) + " bytes, the store holds " +
+                        std::to_string(live) + " of " + std::to_string(bytes));
+    }
+  });
 }
 
 const std::string& TransactionalDataStore::name() const {

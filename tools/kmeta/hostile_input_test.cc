@@ -1,9 +1,12 @@
 // kmeta fed what an attacker or a careless user would feed it: each test is one way a
 // document has cost unbounded memory or time, lost content in silence, or left a store
 // that later imports refuse.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -205,6 +208,71 @@ TEST_F(KmetaTest, EveryImportLeavesATreeOrNothing) {
         << refused.err;
     EXPECT_FALSE(std::filesystem::exists(fresh));
   }
+}
+
+// Runs `kmeta ls` on `store` as a user who may write neither it nor its folder: the test's
+// own, or nobody's when the tests run as root, whom permissions do not stop.
+int listAsReader(const std::string& store) {
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(126);
+    int null = ::open("/dev/null", O_WRONLY);
+    ::dup2(null, 1);
+    ::execl(KPL_KMETA, KPL_KMETA, "ls", "--store", store.c_str(), nullptr);
+    ::_exit(127);
+  }
+  return waitKmeta(pid);
+}
+
+// Catches (a store file changed by every ls, get and export; a read-only store file that
+// could not be read; get waiting for a running import; one changed byte of a record that
+// crashed readers): reads that write or wait, and damage that reaches the tree.
+TEST_F(KmetaTest, ReadsLeaveTheStoreFileAsItIsAndDamageIsReported) {
+  const std::string example = std::string(KPL_EXAMPLES) + "/part_catalogue.xml";
+  ASSERT_EQ(kmeta({"import", "--store", store(), example}).status, 0);
+  const std::string before = readFile(store());
+  {
+    // A writer between its first change and its commit holds this lock.
+    int writer = ::open((store() + "-writer").c_str(), O_RDWR);
+    ASSERT_EQ(::flock(writer, LOCK_EX), 0);
+    for (std::vector<std::string> read : {std::vector<std::string>{"ls", "pumps.p100"},
+                                          {"get", "pumps.p100.sku"},
+                                          {"export"},
+                                          {"check"}}) {
+      read.insert(read.begin() + 1, {"--store", store()});
+      Outcome run = kmeta(read);
+      EXPECT_EQ(run.status, 0) << read[0] << ": " << run.err;
+    }
+    ::close(writer);
+  }
+  EXPECT_TRUE(readFile(store()) == before);
+
+  ::chmod(store().c_str(), 0444);
+  ::chmod(scratch().c_str(), 0555);
+  std::filesystem::remove(store() + "-lock");
+  EXPECT_EQ(listAsReader(store()), 0);
+  ::chmod(scratch().c_str(), 0755);
+
+  std::string bytes = before;
+  const std::string name(
+      "p\0\0\0"
+      "1\0\0\0"
+      "0\0\0\0"
+      "0\0\0\0",
+      16);
+  std::size_t at = bytes.find(name);
+  ASSERT_NE(at, std::string::npos);
+  bytes[at] ^= 0x20;
+  std::string damaged = file("damaged", bytes);
+  const std::string line = damaged + ": damaged record at offset ";
+  expectFailure(kmeta({"ls", "--store", damaged, "pumps"}), line);
+  // An export streams: what it wrote before the damaged record stays written.
+  Outcome exported = kmeta({"export", "--store", damaged});
+  EXPECT_EQ(exported.status, 1);
+  EXPECT_EQ(exported.err.rfind("kmeta: " + line, 0), 0u) << exported.err;
+  Outcome check = kmeta({"check", "--store", damaged});
+  EXPECT_EQ(check.status, 2);
+  EXPECT_EQ(check.out.rfind(line, 0), 0u) << check.out;
 }
 
 const char kProblems[] =

@@ -12,6 +12,7 @@ namespace core = kestrine::platform::core;
 using core::storage::datastore::LmdbDataStore;
 using core::storage::datastore::MemoryDataStore;
 using core::storage::datastore::PostgresDataStore;
+using core::storage::datastore::StoreAccess;
 
 namespace {
 
@@ -29,7 +30,8 @@ void LineReporter::report(core::string::WideString message) {
 
 Session::~Session() = default;
 
-void Session::open(const Options& options, const std::string& store, bool create) {
+void Session::open(const Options& options, const std::string& store, Use use) {
+  const bool create = use == Use::kImport;
   if (!options.schemas.empty()) {
     locator_ = kestrine::platform::data::metadata::ISchemaLocator::make(
         nullptr, static_cast<unsigned>(options.limits.fields));
@@ -41,25 +43,28 @@ void Session::open(const Options& options, const std::string& store, bool create
                    readingOptions(options.limits, false));
     locator_->push(schemaStores_.back().get());
   }
+  bool readOnly = false;
   if (store == ":memory:") {
     store_ = std::make_unique<MemoryDataStore>();
   } else if (isDatabaseAddress(store)) {
     auto database = std::make_unique<PostgresDataStore>(store, create);
-    database_ = database.get();
+    persistent_ = database.get();
     store_ = std::move(database);
   } else {
-    // Opening a store file creates it; only import means to.
+    // Opening a store file for writing creates it; only import means to.
     std::error_code ignored;
     bool exists = std::filesystem::exists(store, ignored);
     if (!create && !exists) throw Failure(store + ": no such store file");
-    auto file = std::make_unique<LmdbDataStore>(store);
+    readOnly = !create;
+    auto file = std::make_unique<LmdbDataStore>(
+        store, readOnly ? StoreAccess::kReadOnly : StoreAccess::kReadWrite);
     if (!exists) created_ = store;
-    file_ = file.get();
+    persistent_ = file.get();
     store_ = std::move(file);
   }
   lock_.reset(store_->lock());
   // The transaction's first change, before anything is read (see the class comment).
-  store_->version(store_->version());
+  if (!readOnly) store_->version(store_->version());
 }
 
 kestrine::platform::data::metadata::ISchemaLocator* Session::locator() const {
@@ -67,14 +72,12 @@ kestrine::platform::data::metadata::ISchemaLocator* Session::locator() const {
 }
 
 unsigned Session::records() const {
-  if (file_ != nullptr) return file_->records();
-  if (database_ != nullptr) return database_->records();
+  if (persistent_ != nullptr) return persistent_->records();
   return static_cast<MemoryDataStore*>(store_.get())->records();
 }
 
 void Session::commit() {
-  if (file_ != nullptr) file_->flush();
-  if (database_ != nullptr) database_->flush();
+  if (persistent_ != nullptr) persistent_->flush();
   lock_.reset();
   created_.clear();
 }
@@ -90,7 +93,7 @@ void Session::abandon() noexcept {
   if (created_.empty()) return;
   // A store file that this command made and that holds nothing goes again, with the lock
   // files LMDB keeps beside it.
-  file_ = nullptr;
+  persistent_ = nullptr;
   store_.reset();
   std::error_code ignored;
   for (const char* suffix : {"", "-lock", "-writer"})

@@ -30,11 +30,13 @@ class LineReporter : public kestrine::platform::data::format::xml::IXMLFrontEnd:
 // store of its own and pushed to one locator) and the reporter.
 //
 // A command is one transaction. The store's lock is held from open() to commit() or
-// abandon(), and the first thing done under it is a change: a file store then bases the
-// transaction on its newest committed state before anything is read (a database store
-// does so when its lock is taken). That matters because even reading writes: logic objects
-// keep reference counts in their records, and a transaction begun after a read could write
-// back a record from an older state.
+// abandon(). A command that changes the store makes its first change before anything is
+// read: a file store then bases the transaction on its newest committed state (a database
+// store does so when its lock is taken). That matters because even reading writes: logic
+// objects keep reference counts in their records, and a transaction begun after a read could
+// write back a record from an older state. A command that only reads opens a store file
+// read-only instead: it reads one committed state, never writes the file and never waits for
+// a writer.
 class Session {
  public:
   Session() = default;
@@ -42,15 +44,21 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
+  enum class Use { kRead, kImport };
+
   // Parses the schema documents of `options` within its limits, then opens `store`:
   // ":memory:" for a fresh memory store, a postgresql:// or postgres:// address for a
-  // database store, else a store file; a persistent store must exist unless `create`.
-  // Throws Failure, or core::Exception from the store, naming what could not be opened or
-  // read.
-  void open(const Options& options, const std::string& store, bool create);
+  // database store, else a store file. To read, a persistent store must exist; an import
+  // creates it. Throws Failure, or core::Exception from the store, naming what could not be
+  // opened or read.
+  void open(const Options& options, const std::string& store, Use use);
 
   // The store; null before open().
   IDataStore* store() const { return store_.get(); }
+  // The store when it is a file or a database store; null otherwise.
+  kestrine::platform::core::storage::datastore::TransactionalDataStore* persistent() const {
+    return persistent_;
+  }
   // The locator over the schema documents; null when none was given.
   kestrine::platform::data::metadata::ISchemaLocator* locator() const;
   LineReporter* reporter() { return &reporter_; }
@@ -72,8 +80,7 @@ class Session {
       locator_;
   LineReporter reporter_;
   std::unique_ptr<IDataStore> store_;
-  kestrine::platform::core::storage::datastore::LmdbDataStore* file_ = nullptr;
-  kestrine::platform::core::storage::datastore::PostgresDataStore* database_ = nullptr;
+  kestrine::platform::core::storage::datastore::TransactionalDataStore* persistent_ = nullptr;
   // The path of a store file that open() created; empty otherwise.
   std::string created_;
   std::unique_ptr<IDataStore::ILock> lock_;

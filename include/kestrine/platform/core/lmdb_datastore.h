@@ -13,6 +13,11 @@ namespace kestrine::platform::core::storage::datastore {
 // sequence of operations (see TransactionalDataStore). Offsets, the free list, used() and
 // version() survive closing and reopening.
 //
+// Damage. Each record carries a checksum that every read verifies: a damaged record throws
+// core::Exception ("<path>: damaged record at offset N: ..."), and its bytes never reach the
+// caller. checkRecords() reads the whole file. Damage to LMDB's own pages cannot be detected
+// this way; the README says what to do about it.
+//
 // `path` names a file (not a directory). Next to it live LMDB's reader table `<path>-lock`
 // and `<path>-writer`, which a process holds locked while it has a transaction pending.
 //
@@ -46,6 +51,12 @@ class KPL_CORE_API LmdbDataStore : public TransactionalDataStore {
   // cannot be opened or created, is not an LMDB file, is an LMDB file of another
   // application, is damaged, or is already open in this process.
   explicit LmdbDataStore(std::string path, std::size_t mapSize = kDefaultMapSize);
+
+  // Opens the store file at `path` as `access` says. Read-only (see StoreAccess), the file
+  // must hold a store; it may be read-only, in a read-only folder, and open for writing in
+  // other processes at the same time: this one reads in LMDB read transactions and never
+  // takes the writers' lock.
+  LmdbDataStore(std::string path, StoreAccess access, std::size_t mapSize = kDefaultMapSize);
 
   // The file's path as given.
   const std::string& path() const;

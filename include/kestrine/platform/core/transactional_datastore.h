@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/export.h"
@@ -10,6 +11,14 @@
 namespace kestrine::platform::core::storage::datastore {
 
 class StoreBackEnd;
+
+// How a store is opened. A read-only store never writes to where its records live, never
+// waits for a writer, and refuses every change with core::Exception ("<name>: the store is
+// open read-only"); each operation sees the newest committed state. The reference counts
+// that the object model writes while it reads (IDataStore::write with `changed` false) are
+// the exception: they stay in the object's memory, for as long as the committed state they
+// were made on is the one it reads, and are never written.
+enum class StoreAccess { kReadWrite, kReadOnly };
 
 // What the stores that keep their records beyond the process share: LmdbDataStore (a file)
 // and PostgresDataStore (a database). Clients make one of those; each one's header says where
@@ -72,9 +81,14 @@ class KPL_CORE_API TransactionalDataStore : public IDataStore {
   // Number of live records; a diagnostic for tests and tools.
   unsigned records();
 
+  // Reads every record of the last committed state and checks it, and the store's counts
+  // against them: appends one line to `damaged` per fault found ("<name>: damaged record at
+  // offset N: ..."). Costs a read of the whole store.
+  void checkRecords(std::vector<std::string>& damaged);
+
  protected:
   // Takes over `backEnd`, the part of the store that is its own (internal to the library).
-  explicit TransactionalDataStore(std::unique_ptr<StoreBackEnd> backEnd);
+  TransactionalDataStore(std::unique_ptr<StoreBackEnd> backEnd, StoreAccess access);
 
   // How messages name the store: a file's path, a database store's address.
   const std::string& name() const;
