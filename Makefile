@@ -1,7 +1,7 @@
 # Thin wrapper over CMake: `make test` prepares a fresh Debian 12 machine, then builds and
 # runs every test twice, optimised and under AddressSanitizer + UndefinedBehaviorSanitizer.
 JOBS ?= $(shell nproc)
-CTEST = ctest --output-on-failure -j$(JOBS) --timeout 900
+CTEST = ctest --output-on-failure -j$(JOBS) --timeout 900 -LE long
 SANITIZER_ENV = ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1 \
                 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <random>
 #include <set>
@@ -119,7 +120,8 @@ TEST_P(StoreImport, KilledImportsLeaveTheStateBeforeOrAfter) {
 // record written back from an older state by the reference counts of a reading process. One
 // process imports generation after generation with kmeta for a few seconds while this one
 // exports the store again and again: no run fails, and every export holds the generations
-// imported before it started, perhaps the one being imported, whole, and nothing else.
+// imported before it started, perhaps the one being imported, whole, and nothing else. It
+// runs for KPL_IMPORT_SECONDS (4 unless set).
 TEST_P(StoreImport, ExportsSeeOnlyWholeImportsWhileAnotherProcessImports) {
   const std::string directory = scratch(), store = this->store();
   const unsigned kParts = 200;
@@ -129,7 +131,9 @@ TEST_P(StoreImport, ExportsSeeOnlyWholeImportsWhileAnotherProcessImports) {
 
   std::atomic<unsigned> imported{1};
   std::atomic<bool> importFailed{false};
-  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(4);
+  const char* seconds = std::getenv("KPL_IMPORT_SECONDS");
+  auto end =
+      std::chrono::steady_clock::now() + std::chrono::seconds(seconds ? std::atoi(seconds) : 4);
   std::thread importer([&] {
     for (unsigned g = 2; std::chrono::steady_clock::now() < end && !importFailed; ++g) {
       std::string document = writeGeneration(directory, g, kParts);
