@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -105,43 +104,6 @@ TEST(FileIO, FailuresThrowWithPathAndReason) {
   std::string block(1 << 20, 'z');
   message = failure([&] { large.write(block.data(), static_cast<unsigned>(block.size())); });
   EXPECT_NE(message.find("No space left on device"), std::string::npos) << message;
-}
-
-// Catches: "-" not meaning the standard streams, output left unflushed at close(), and
-// close() closing the process's own stream.
-TEST(FileIO, DashMeansTheStandardStreamsWhichCloseLeavesOpen) {
-  std::string in = temporaryPath("stdin"), out = temporaryPath("stdout");
-  std::ofstream(in, std::ios::binary) << "from standard input";
-  ASSERT_NE(std::freopen(in.c_str(), "rb", stdin), nullptr);
-  FileReader reader("-");
-  ASSERT_TRUE(reader.open());
-  char buffer[5];
-  ASSERT_EQ(reader.read(buffer, 5), 5u);
-  EXPECT_EQ(std::string(buffer, 5), "from ");
-  reader.close();
-  EXPECT_EQ(std::fgetc(stdin), 's');
-
-  std::fflush(stdout);
-  int saved = dup(STDOUT_FILENO);
-  int target = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  ASSERT_GE(target, 0);
-  dup2(target, STDOUT_FILENO);
-  ::close(target);
-  {
-    FileWriter writer("-");
-    ASSERT_TRUE(writer.open());
-    writer.write("to standard output", 18);
-    writer.close();
-  }
-  // Read before restoring: close() alone must have pushed the bytes out.
-  std::string written = readFile(out);
-  bool stillOpen = std::fputs("", stdout) >= 0 && !std::ferror(stdout);
-  dup2(saved, STDOUT_FILENO);
-  ::close(saved);
-  EXPECT_EQ(written, "to standard output");
-  EXPECT_TRUE(stillOpen);
-  std::remove(in.c_str());
-  std::remove(out.c_str());
 }
 
 // Catches: the memory streams used while closed, losing bytes (zeros included) in chunks,
