@@ -26,11 +26,29 @@ bool isXMLChar(char32_t c) {
 
 enum class Context { kName, kText, kAttribute };
 
+// Whether `c` is printable ASCII that goes out as it is: one byte, no reference.
+bool plain(wchar_t c, Context context) {
+  if (c < 0x20 || c > 0x7E) return false;
+  if (context == Context::kName) return true;
+  return c != '&' && c != '<' && c != '>' && (c != '"' || context == Context::kText);
+}
+
 // Appends `text` as UTF-8, escaped for where it goes. In attribute values, tab, newline and
 // carriage return are written as references because a parser normalises the literal
 // characters to spaces; in text, a literal carriage return would be read back as a newline.
 void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Context context) {
   for (std::size_t i = 0; i < length; ++i) {
+    // Most text is runs of plain ASCII (names, numbers): those are copied a run at a time.
+    std::size_t run = i;
+    while (run < length && plain(text[run], context))
+      ++run;
+    if (run != i) {
+      std::size_t at = out.size();
+      out.resize(at + (run - i));
+      std::copy(text + i, text + run, out.begin() + static_cast<std::ptrdiff_t>(at));
+      i = run;
+      if (i == length) return;
+    }
     char32_t c = utf8::codePoint(text[i]);
     if (context != Context::kName) {
       switch (c) {
