@@ -126,15 +126,22 @@ bool XMLPrimitive::serialize(Metadata::Item* item, core::xml::XMLSerializer* wri
   if (type_ == metadata::kStruct) attribute(writer, L"type", primitive->base());
   attribute(writer, L"uri", primitive->uri());
   names(item, writer);
-  std::vector<std::wstring> blocks = text_.write(*primitive, digits());
-  // Values go into "val" elements when the item has localized names, so that text never
-  // mixes with them, and whenever there are several strings.
-  bool wrap = blocks.size() > 1 || (!blocks.empty() && item->locales() > 0);
-  for (const std::wstring& block : blocks) {
+  auto block = [&](bool wrap, const auto& text) {
     if (wrap) writer->startElement(L"val");
-    writer->characters(block.data(), block.size());
+    writer->characters(text.data(), text.size());
     if (wrap) writer->endElement();
+  };
+  // Values go into "val" elements when the item has localized names, so that text never
+  // mixes with them, and whenever there are several strings. Numbers, the bulk of most
+  // documents, go out as ASCII without a wide copy.
+  if (text_.writeNumbers(*primitive, digits(), numbers_)) {
+    block(item->locales() > 0, numbers_);
+    return true;
   }
+  std::vector<std::wstring> blocks = text_.write(*primitive, digits());
+  const bool wrap = blocks.size() > 1 || (!blocks.empty() && item->locales() > 0);
+  for (const std::wstring& text : blocks)
+    block(wrap, text);
   return true;
 }
 
