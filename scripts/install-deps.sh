@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config clang libclang-rt-14-dev
   libtbb-dev libsparsehash-dev libxxhash-dev libexpat1-dev liblmdb-dev libpq-dev postgresql uuid-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libpugixml-dev
 )
 
 missing=()

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kestrine/platform/core/datastore.h"
@@ -23,15 +24,6 @@ struct Slot {
   bool live = false;
 };
 
-class RecursiveLock final : public IDataStore::ILock {
- public:
-  explicit RecursiveLock(std::recursive_mutex& mutex) : mutex_(mutex) { mutex_.lock(); }
-  ~RecursiveLock() override { mutex_.unlock(); }
-
- private:
-  std::recursive_mutex& mutex_;
-};
-
 [[noreturn]] void throwNoRecord(const char* operation, unsigned offset) {
   throw Exception(std::string("memory datastore: ") + operation + " of offset " +
                   std::to_string(offset) + ", which holds no record");
@@ -40,10 +32,16 @@ class RecursiveLock final : public IDataStore::ILock {
 }  // namespace
 
 struct MemoryDataStore::Impl {
-  // The store lock handed out by lock(): it orders callers, not the store's own state.
+  // The store lock handed out by lock(), re-entrant for its holder.
   std::recursive_mutex storeLock;
-  // Guards the slots; readers share it, so concurrent reads proceed in parallel.
+  // Guards the slots; readers share it, so concurrent reads proceed in parallel. The holder
+  // of the store lock holds it exclusively for as long, so that its operations (an import
+  // makes millions) take no lock of their own; the operations of other threads wait for it.
   std::shared_mutex slotsMutex;
+  // The thread that holds the store lock; only that thread writes its own id here, so a
+  // thread that reads its id holds the lock.
+  std::atomic<std::thread::id> holder{std::thread::id()};
+  unsigned depth = 0;  // touched only by the holder
   std::vector<Slot> slots;
   std::vector<unsigned> freeOffsets;
   unsigned long long liveBytes = 0;
@@ -57,19 +55,61 @@ struct MemoryDataStore::Impl {
     if (offset >= slots.size() || !slots[offset].live) return nullptr;
     return &slots[offset];
   }
+
+  bool heldHere() const {
+    return holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  }
+
+  // The store lock: the outermost hold also takes the slots.
+  class Hold final : public IDataStore::ILock {
+   public:
+    explicit Hold(Impl& impl) : impl_(impl) {
+      impl_.storeLock.lock();
+      if (impl_.depth++ > 0) return;
+      impl_.slotsMutex.lock();
+      impl_.holder.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
+    ~Hold() override {
+      if (--impl_.depth == 0) {
+        impl_.holder.store(std::thread::id(), std::memory_order_relaxed);
+        impl_.slotsMutex.unlock();
+      }
+      impl_.storeLock.unlock();
+    }
+
+   private:
+    Impl& impl_;
+  };
+
+  // Access to the slots for one operation: shared for reading, exclusive for changing, and
+  // nothing to take for the holder of the store lock, which has them already.
+  template <class Guard>
+  class Access {
+   public:
+    explicit Access(Impl& impl) : guard_(impl.slotsMutex, std::defer_lock) {
+      if (!impl.heldHere()) guard_.lock();
+    }
+
+   private:
+    Guard guard_;
+  };
+  using Reading = Access<std::shared_lock<std::shared_mutex>>;
+  using Changing = Access<std::unique_lock<std::shared_mutex>>;
 };
 
 MemoryDataStore::MemoryDataStore() : impl_(new Impl) {}
 
 MemoryDataStore::~MemoryDataStore() = default;
 
-IDataStore::ILock* MemoryDataStore::lock() { return new RecursiveLock(impl_->storeLock); }
+IDataStore::ILock* MemoryDataStore::lock() {
+  return new Impl::Hold(*impl_);
+}
 
 unsigned MemoryDataStore::create(const void* data, unsigned size) {
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
   std::vector<unsigned char> record(bytes, bytes + (data ? size : 0));
   record.resize(size);
-  std::unique_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Changing guard(*impl_);
   unsigned offset;
   if (!impl_->freeOffsets.empty()) {
     offset = impl_->freeOffsets.back();
@@ -90,7 +130,7 @@ unsigned MemoryDataStore::create(const void* data, unsigned size) {
 
 void MemoryDataStore::append(unsigned offset, const void* data, unsigned size) {
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  std::unique_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Changing guard(*impl_);
   Slot* slot = impl_->find(offset);
   if (slot == nullptr) throwNoRecord("append", offset);
   slot->bytes.insert(slot->bytes.end(), bytes, bytes + size);
@@ -100,7 +140,7 @@ void MemoryDataStore::append(unsigned offset, const void* data, unsigned size) {
 
 void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bool) {
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  std::unique_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Changing guard(*impl_);
   Slot* slot = impl_->find(offset);
   if (slot == nullptr) throwNoRecord("write", offset);
   impl_->liveBytes += size;
@@ -110,13 +150,13 @@ void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bo
 }
 
 unsigned MemoryDataStore::size(unsigned offset) {
-  std::shared_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Reading guard(*impl_);
   Slot* slot = impl_->find(offset);
   return slot ? static_cast<unsigned>(slot->bytes.size()) : 0;
 }
 
 unsigned MemoryDataStore::read(unsigned offset, void* destination, unsigned maximum) {
-  std::shared_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Reading guard(*impl_);
   Slot* slot = impl_->find(offset);
   if (slot == nullptr) return 0;
   unsigned count = std::min<unsigned>(maximum, static_cast<unsigned>(slot->bytes.size()));
@@ -125,7 +165,7 @@ unsigned MemoryDataStore::read(unsigned offset, void* destination, unsigned maxi
 }
 
 void MemoryDataStore::free(unsigned offset) {
-  std::unique_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Changing guard(*impl_);
   Slot* slot = impl_->find(offset);
   if (slot == nullptr) return;
   impl_->liveBytes -= slot->bytes.size();
@@ -137,7 +177,7 @@ void MemoryDataStore::free(unsigned offset) {
 }
 
 unsigned long long MemoryDataStore::used() {
-  std::shared_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Reading guard(*impl_);
   return impl_->liveBytes + kSlotBytes * impl_->slots.size();
 }
 
@@ -146,7 +186,9 @@ void MemoryDataStore::version(unsigned version) {
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
-unsigned MemoryDataStore::version() { return impl_->version.load(); }
+unsigned MemoryDataStore::version() {
+  return impl_->version.load();
+}
 
 void MemoryDataStore::complete() {}
 
@@ -165,7 +207,7 @@ void MemoryDataStore::attach(std::unique_ptr<IAttachment> attachment) {
 }
 
 unsigned MemoryDataStore::records() {
-  std::shared_lock<std::shared_mutex> guard(impl_->slotsMutex);
+  Impl::Reading guard(*impl_);
   return impl_->liveRecords;
 }
 

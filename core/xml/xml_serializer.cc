@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "core/string/utf8.h"
+#include "kestrine/platform/core/string.h"
 #include "kestrine/platform/core/xml.h"
 
 namespace kestrine::platform::core::xml {
@@ -26,11 +27,29 @@ bool isXMLChar(char32_t c) {
 
 enum class Context { kName, kText, kAttribute };
 
+// Whether `c` is printable ASCII that goes out as it is: one byte, no reference.
+bool plain(char32_t c, Context context) {
+  if (c < 0x20 || c > 0x7E) return false;
+  if (context == Context::kName) return true;
+  return c != '&' && c != '<' && c != '>' && (c != '"' || context == Context::kText);
+}
+
 // Appends `text` as UTF-8, escaped for where it goes. In attribute values, tab, newline and
 // carriage return are written as references because a parser normalises the literal
 // characters to spaces; in text, a literal carriage return would be read back as a newline.
 void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Context context) {
   for (std::size_t i = 0; i < length; ++i) {
+    // Most text is runs of plain ASCII (names, numbers): those are copied a run at a time.
+    std::size_t run = i;
+    while (run < length && plain(utf8::codePoint(text[run]), context))
+      ++run;
+    if (run != i) {
+      std::size_t at = out.size();
+      out.resize(at + (run - i));
+      std::copy(text + i, text + run, out.begin() + static_cast<std::ptrdiff_t>(at));
+      i = run;
+      if (i == length) return;
+    }
     char32_t c = utf8::codePoint(text[i]);
     if (context != Context::kName) {
       switch (c) {
@@ -115,6 +134,17 @@ struct XMLSerializer::Impl {
     return open.back();
   }
 
+  // Prepares the innermost element for `length` characters of text; false when there are
+  // none to write.
+  bool startText(std::size_t length) {
+    Open& element = innermost("character data");
+    if (length == 0) return false;
+    closeStartTag(element);
+    if (!element.hasText) ++withText;
+    element.hasText = true;
+    return true;
+  }
+
   void closeStartTag(Open& element) {
     if (!element.startTagOpen) return;
     buffer += '>';
@@ -190,12 +220,21 @@ void XMLSerializer::characters(const wchar_t* text) {
 
 void XMLSerializer::characters(const wchar_t* text, std::size_t length) {
   Impl& impl = *impl_;
-  Impl::Open& element = impl.innermost("character data");
-  if (text == nullptr || length == 0) return;
-  impl.closeStartTag(element);
-  if (!element.hasText) ++impl.withText;
-  element.hasText = true;
+  if (!impl.startText(text != nullptr ? length : 0)) return;
   appendEscaped(impl.buffer, text, length, Context::kText);
+  impl.flushIfLarge();
+}
+
+void XMLSerializer::characters(const char* text, std::size_t length) {
+  auto plainText = [](char c) { return plain(static_cast<unsigned char>(c), Context::kText); };
+  if (text != nullptr && !std::all_of(text, text + length, plainText)) {
+    string::WideString wide = string::StringAlgorithm::UTF8Decode(text, length);
+    characters(wide.string(), wide.length());
+    return;
+  }
+  Impl& impl = *impl_;
+  if (!impl.startText(text != nullptr ? length : 0)) return;
+  impl.buffer.append(text, length);
   impl.flushIfLarge();
 }
 

@@ -241,8 +241,9 @@ TEST(XMLSerializer, ChildrenGoOnTheirOwnLinesUnlessTheParentHasText) {
 }
 
 // Catches: markup characters, line ends or characters past the BMP that do not come back
-// from the parser as written, in attribute values and in text; and characters XML 1.0
-// cannot carry written as they are (U+FFFD instead), making a document no parser reads.
+// from the parser as written, in attribute values and in text; text given as UTF-8 written
+// otherwise than the same text given wide; and characters XML 1.0 cannot carry written as
+// they are (U+FFFD instead), making a document no parser reads.
 TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
   const wchar_t* samples[] = {
       L"&<>\"'",
@@ -262,6 +263,12 @@ TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
     std::string expected = string::StringAlgorithm::UTF8Encode(string::WideString(sample));
     EXPECT_EQ(parse(text), (Events{"start v value=" + expected, "text " + expected, "end v"}))
         << text;
+    Document utf8;
+    utf8.serializer.startElement(L"v");
+    utf8.serializer.addAttribute(L"value", sample);
+    utf8.serializer.characters(expected.data(), expected.size());
+    utf8.serializer.endElement();
+    EXPECT_EQ(utf8.text(), text);
   }
   const wchar_t bad[] = {L'a', 0x1, 0x0, 0xB, 0xD800, 0xFFFE, 0xFFFF, 0x110000, L'z'};
   Document doc;

@@ -112,9 +112,13 @@ void Entity::string(unsigned selector, const wchar_t* text) {
   arrays(selector, text, wideBytes(text));
 }
 
-unsigned Entity::nameSelector() const { return layoutOf(id()).name; }
+unsigned Entity::nameSelector() const {
+  return layoutOf(id()).name;
+}
 
-core::string::WideString Entity::name() const { return string(nameSelector()); }
+core::string::WideString Entity::name() const {
+  return string(nameSelector());
+}
 
 void Entity::name(const wchar_t* text, unsigned length) {
   std::vector<unsigned char> bytes(length, 0);
@@ -123,8 +127,12 @@ void Entity::name(const wchar_t* text, unsigned length) {
 }
 
 void Entity::initName(const wchar_t* text) {
-  put32(nameSelector(), wideBytes(text));
-  std::memcpy(arrays(nameSelector()), text, wideBytes(text));
+  initArray(nameSelector(), text, wideBytes(text));
+}
+
+void Entity::initArray(unsigned selector, const void* data, unsigned length) {
+  put32(selector, length);
+  if (data != nullptr && length != 0) std::memcpy(arrays(selector), data, length);
 }
 
 Property::Property(IDataStore* store, unsigned size, tType kind) : Entity(store, size, kind) {}

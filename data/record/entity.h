@@ -64,6 +64,10 @@ class Entity : public Base {
  protected:
   // Writes the name of a fresh record, whose arrays are all still empty.
   void initName(const wchar_t* text);
+  // Fills the array at `selector` of a fresh record with `length` bytes of `data` (zeros when
+  // it is null). An array starts after the ones before it in storage order, so those are
+  // filled first; the record was made large enough for them all.
+  void initArray(unsigned selector, const void* data, unsigned length);
   // For the typed records: a loaded record of another kind is damaged (its bytes would be
   // read in the wrong layout).
   void expect(tType kind) const;

@@ -16,12 +16,38 @@ class Primitive : public Property {
   static const unsigned kBase = 34;
   static const unsigned kValues = 38;
 
+  // What a new primitive record holds; a null string makes an empty array.
+  struct tFresh {
+    std::uint32_t type = 0;
+    const wchar_t* name = nullptr;
+    std::uint32_t units = 0;
+    std::uint8_t flags = 0;
+    unsigned references = 0;
+    const wchar_t* valueLocale = nullptr;
+    const wchar_t* base = nullptr;
+    // The value array: `valueBytes` bytes of `values`, or zeros when it is null.
+    const void* values = nullptr;
+    unsigned valueBytes = 0;
+  };
+
   Primitive(IDataStore* store, unsigned offset) : Property(store, offset) { expect(kPrimitive); }
   // Creates and writes a primitive of `type` named `name` with no values.
   Primitive(IDataStore* store, std::uint32_t type, const wchar_t* name)
-      : Property(store, 44 + wideBytes(name), kPrimitive) {
-    valuetype(type);
-    initName(name);
+      : Primitive(store, tFresh{type, name}) {}
+  // Creates and writes a primitive holding `fresh`, in one write.
+  Primitive(IDataStore* store, const tFresh& fresh)
+      : Property(store,
+                 44 + wideBytes(fresh.valueLocale) + wideBytes(fresh.name) + wideBytes(fresh.base) +
+                     fresh.valueBytes,
+                 kPrimitive) {
+    valuetype(fresh.type);
+    units(fresh.units);
+    flags(fresh.flags);
+    references(fresh.references);
+    initArray(kValueLocale, fresh.valueLocale, wideBytes(fresh.valueLocale));
+    initArray(kName, fresh.name, wideBytes(fresh.name));
+    initArray(kBase, fresh.base, wideBytes(fresh.base));
+    initArray(kValues, fresh.values, fresh.valueBytes);
     update(true);
   }
 

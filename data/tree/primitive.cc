@@ -23,13 +23,37 @@ unsigned elementSize(metadata::tValue type) {
 }  // namespace
 
 Primitive::Primitive(IDataStore* store, metadata::tValue type, const wchar_t* name)
-    : uriMode_(false), valuetype_(type), valuesize_(0) {
+    : Primitive(store, type, name, tStart()) {}
+
+Primitive::Primitive(IDataStore* store, metadata::tValue type, const wchar_t* name,
+                     const tStart& start)
+    : base_(type == metadata::kStruct ? start.base : nullptr),
+      uri_(start.uri),
+      uriMode_(start.uri != nullptr),
+      valuetype_(type),
+      valuesize_(0),
+      valuelocale_(start.valuelocale) {
   store_ = store;
-  Record::Primitive record(store, type, name);
+  Record::Primitive::tFresh fresh;
+  fresh.type = type;
+  fresh.name = name;
+  fresh.units = start.units;
+  fresh.references = 1;
+  fresh.valueLocale = start.valuelocale;
+  fresh.base = type == metadata::kStruct ? start.base : nullptr;
+  if (uriMode_) {
+    fresh.flags = Record::kUri;
+    fresh.values = start.uri;
+    fresh.valueBytes = Record::wideBytes(start.uri);
+  } else {
+    unsigned long long bytes = static_cast<unsigned long long>(start.elements) * stride(type);
+    // An array no record can hold is no array: the primitive starts empty.
+    if (bytes <= 0xFFFFFFFFull) fresh.valueBytes = static_cast<unsigned>(bytes);
+  }
+  Record::Primitive record(store, fresh);
   offset_ = record.offset();
   name_ = name;
-  valuesize_ = record.length(Record::Primitive::kValues);
-  record.ref();
+  valuesize_ = fresh.valueBytes;
 }
 
 Primitive::Primitive(IDataStore* store, unsigned offset) : uriMode_(false), valuesize_(0) {

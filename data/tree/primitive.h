@@ -20,8 +20,19 @@ using Metadata::WideString;
 // dimension, set and get must not be reached with it.
 class Primitive : public Metadata::Item {
  public:
-  // Creates a new record of `type` named `name`.
+  // What a new primitive holds from the start, besides its type and name.
+  struct tStart {
+    const wchar_t* uri = nullptr;  // URI mode, with this URI in place of values
+    const wchar_t* valuelocale = nullptr;
+    units::tUnit units = units::tUnit(0);
+    const wchar_t* base = nullptr;  // the schema of a struct
+    unsigned elements = 0;          // zero elements, outside URI mode; none when too many
+  };
+
+  // Creates a new record of `type` named `name`, holding `start` (nothing else), with a single
+  // write.
   Primitive(IDataStore* store, metadata::tValue type, const wchar_t* name);
+  Primitive(IDataStore* store, metadata::tValue type, const wchar_t* name, const tStart& start);
   // Opens the record at `offset`.
   Primitive(IDataStore* store, unsigned offset);
   ~Primitive() override;

@@ -1,5 +1,6 @@
 #include "data/tree/set.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <memory>
 #include <optional>
@@ -113,6 +114,14 @@ unsigned Set::at(unsigned i) const {
   if (children == IDataStore::BADOFF) return IDataStore::BADOFF;
   Record::Offsets list(store_, children);
   return i < list.items() ? list.get(i) : IDataStore::BADOFF;
+}
+
+void Set::entries(std::vector<unsigned>& out) const {
+  SetIndex& index = state();
+  out.assign(index.names.size(), IDataStore::BADOFF);
+  if (index.children == IDataStore::BADOFF) return;
+  Record::Offsets list(store_, index.children);
+  std::copy_n(list.get(), std::min<std::size_t>(out.size(), list.items()), out.begin());
 }
 
 unsigned Set::find(const wchar_t* name) const {

@@ -2,6 +2,7 @@
 #define KPL_DATA_TREE_SET_H_
 
 #include <memory>
+#include <vector>
 
 #include "data/tree/index_cache.h"
 #include "data/tree/item.h"
@@ -42,6 +43,8 @@ class Set : public Item {
   unsigned items() const;
   // Entry i of the children list, read from the store; BADOFF past its end or without a list.
   unsigned at(unsigned i) const;
+  // Entries 0 to items() - 1, as at() gives them, into `out`, reading the list once.
+  void entries(std::vector<unsigned>& out) const;
   // The child indexed under exactly `name`, or BADOFF.
   unsigned find(const wchar_t* name) const;
   // A child by dotted path: the first name by find(), the rest by a finder from there.

@@ -5,10 +5,11 @@
 namespace kestrine::platform::data {
 
 UnitsDictionary::UnitsDictionary() {
+  units_.set_empty_key("$$$$$_____empty_key");
   // emplace leaves an existing key alone, so a unit's later names never replace its first.
   for (const tUnitName* entry = kpUnitLUT; entry->name != nullptr; ++entry) {
     names_.emplace(entry->unit, entry->name);
-    units_.emplace(entry->name, entry->unit);
+    units_.insert({entry->name, entry->unit});
   }
   for (const tGroupName* entry = kpGroupLUT; entry->name != nullptr; ++entry) {
     groups_.emplace(entry->group, entry->name);

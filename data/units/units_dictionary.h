@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <map>
 
+#include <sparsehash/dense_hash_map>
+
 #include "kestrine/platform/core/hash.h"
 #include "kestrine/platform/data/units.h"
 
@@ -42,7 +44,9 @@ class UnitsDictionary {
   };
 
   std::map<units::tUnit, const char*, tValueLess> names_;
-  std::map<const char*, units::tUnit, core::tCharCompareLess> units_;
+  // Hashed: every primitive with units that a document gives is looked up here by name.
+  google::dense_hash_map<const char*, units::tUnit, core::tSFHKernel, core::tCharCompareEqual>
+      units_;
   std::map<units::tUnitGroup, const char*, tValueLess> groups_;
 };
 

@@ -42,9 +42,9 @@ std::vector<char> valuesOf(Design::Primitive& primitive) {
 }
 
 // Appends one number's text to a blank-separated block.
-void appendToken(std::wstring& out, const wchar_t* token) {
-  if (!out.empty()) out += L' ';
-  out += token;
+void appendToken(std::string& out, const char* token, std::size_t length) {
+  if (!out.empty()) out += ' ';
+  out.append(token, length);
 }
 
 }  // namespace
@@ -76,11 +76,9 @@ std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
       break;
     }
     case tTextForm::kNumbers:
-      blocks.push_back(numbers(primitive, digits));
-      break;
     case tTextForm::kStruct: {
-      std::wstring text;
-      if (structs(primitive, digits, text)) blocks.push_back(std::move(text));
+      std::string text;
+      if (writeNumbers(primitive, digits, text)) blocks.emplace_back(text.begin(), text.end());
       break;
     }
     case tTextForm::kNone:
@@ -89,17 +87,34 @@ std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
   return blocks;
 }
 
-std::wstring PrimitiveText::numbers(Design::Primitive& primitive, Values::FloatDigits digits) {
-  std::vector<char> values = valuesOf(primitive);
+bool PrimitiveText::writeNumbers(Design::Primitive& primitive, Values::FloatDigits digits,
+                                 std::string& out) {
+  out.clear();
+  if (primitive.uri() != nullptr || primitive.dimension() == 0) return false;
+  switch (Values::traits(primitive.valuetype()).text) {
+    case tTextForm::kNumbers:
+      numbers(primitive, digits, out);
+      return true;
+    case tTextForm::kStruct:
+      return structs(primitive, digits, out);
+    default:
+      return false;
+  }
+}
+
+void PrimitiveText::load(Design::Primitive& primitive) {
+  values_.resize(primitive.valuesize());
+  primitive.get(values_.data(), 0, primitive.dimension());
+}
+
+void PrimitiveText::numbers(Design::Primitive& primitive, Values::FloatDigits digits,
+                            std::string& out) {
+  load(primitive);
   metadata::tValue type = primitive.valuetype();
   unsigned width = Design::Primitive::stride(type);
-  std::wstring out;
-  wchar_t number[Values::kNumberTextSize];
-  for (std::size_t at = 0; at + width <= values.size(); at += width) {
-    Values::printNumber(type, values.data() + at, number, digits);
-    appendToken(out, number);
-  }
-  return out;
+  char number[Values::kNumberTextSize];
+  for (std::size_t at = 0; at + width <= values_.size(); at += width)
+    appendToken(out, number, Values::printNumber(type, values_.data() + at, number, digits));
 }
 
 metadata::IStructLayout* PrimitiveText::layout(Design::Primitive& primitive,
@@ -110,20 +125,20 @@ metadata::IStructLayout* PrimitiveText::layout(Design::Primitive& primitive,
 }
 
 bool PrimitiveText::structs(Design::Primitive& primitive, Values::FloatDigits digits,
-                            std::wstring& out) {
+                            std::string& out) {
   core::memory::SharedPtr<metadata::ISchema> schema;
   metadata::IStructLayout* layout = this->layout(primitive, schema);
   if (layout == nullptr || layout->stride() == 0) return false;
-  std::vector<char> values = valuesOf(primitive);
-  wchar_t number[Values::kNumberTextSize];
-  components(layout, values.size() / layout->stride(),
+  load(primitive);
+  char number[Values::kNumberTextSize];
+  components(layout, values_.size() / layout->stride(),
              [&](metadata::tValue type, std::size_t position, unsigned) {
                // A component without a number form (a string member) reads back as zero.
-               bool fits = position + Design::Primitive::stride(type) <= values.size();
-               appendToken(out, fits && Values::printNumber(type, values.data() + position, number,
-                                                            digits) != 0
-                                    ? number
-                                    : L"0");
+               bool fits = position + Design::Primitive::stride(type) <= values_.size();
+               std::size_t length =
+                   fits ? Values::printNumber(type, values_.data() + position, number, digits) : 0;
+               if (length == 0) number[length++] = '0';
+               appendToken(out, number, length);
                return true;
              });
   return true;

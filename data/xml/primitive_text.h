@@ -30,6 +30,10 @@ class PrimitiveText {
   // The blocks of the primitive's values; none when it has none, is in URI mode, or is a
   // struct whose schema does not resolve.
   std::vector<std::wstring> write(Design::Primitive& primitive, Values::FloatDigits digits);
+  // For the numeric types and structs, whose values are one block of numbers, that block as
+  // ASCII into `out` (true), or false when write() gives no block; false for the other types.
+  // Saves writers of UTF-8 the detour through wide text.
+  bool writeNumbers(Design::Primitive& primitive, Values::FloatDigits digits, std::string& out);
 
   // What a reader of a document watches for: where to remark what it passes over (null for
   // nowhere), and how many bytes a primitive's values may take (0: no limit).
@@ -64,8 +68,10 @@ class PrimitiveText {
   // Remarks a token that is no number (`stored` null) or that was stored otherwise.
   static void remarkToken(const tWatch& watch, metadata::tValue type, const char* token,
                           const char* stored);
-  std::wstring numbers(Design::Primitive& primitive, Values::FloatDigits digits);
-  bool structs(Design::Primitive& primitive, Values::FloatDigits digits, std::wstring& out);
+  void numbers(Design::Primitive& primitive, Values::FloatDigits digits, std::string& out);
+  bool structs(Design::Primitive& primitive, Values::FloatDigits digits, std::string& out);
+  // The primitive's value bytes, into values_.
+  void load(Design::Primitive& primitive);
   metadata::IStructLayout* layout(Design::Primitive& primitive,
                                   core::memory::SharedPtr<metadata::ISchema>& schema);
 

@@ -78,27 +78,34 @@ Metadata::Item* XMLPrimitive::open(const char** attributes) {
   // A record's size is a 32-bit number: an array that could never be stored is no count.
   if (bytes > 0xFFFFFFFFull) elements = 0;
 
-  auto primitive = std::make_unique<Design::Primitive>(store_, type_,
-                                                       StringAlgorithm::UTF8Decode(name).string());
-  // string(), never null: an empty URI or locale is still one.
-  if (uri != nullptr) primitive->uri(StringAlgorithm::UTF8Decode(uri).string());
-  if (const char* locale = find("locale", attributes))
-    primitive->valuelocale(StringAlgorithm::UTF8Decode(locale).string());
-  if (const char* units = find("units", attributes)) {
-    primitive->units(_oUnits.unit(units));
-    if (primitive->units() == 0)
-      remark(L"unknown unit ", StringAlgorithm::UTF8Decode(units), L": the values have none");
+  // The record is made whole, in one write. string(), never null: an empty URI or locale is
+  // still one.
+  Design::Primitive::tStart start;
+  WideString uriText, localeText;
+  if (uri != nullptr) {
+    uriText = StringAlgorithm::UTF8Decode(uri);
+    start.uri = uriText.string();
   }
+  if (const char* locale = find("locale", attributes)) {
+    localeText = StringAlgorithm::UTF8Decode(locale);
+    start.valuelocale = localeText.string();
+  }
+  const char* units = find("units", attributes);
+  if (units != nullptr) start.units = _oUnits.unit(units);
+  if (resolved) start.base = base.string();
+  // An unresolved struct is made without base and values.
+  if (type == nullptr || resolved) start.elements = static_cast<unsigned>(elements);
+  auto primitive = std::make_unique<Design::Primitive>(
+      store_, type_, StringAlgorithm::UTF8Decode(name).string(), start);
+  if (units != nullptr && start.units == 0)
+    remark(L"unknown unit ", StringAlgorithm::UTF8Decode(units), L": the values have none");
   if (type != nullptr && !resolved) {
-    // Kept, and not reported: the primitive is made all the same, without base and values.
+    // Kept, and not reported: the primitive is made all the same.
     message_ = L"unable to resolve type schema '";
     message_.append(base);
     message_.append(L"'");
     remark(message_);
-    return primitive.release();
   }
-  if (resolved) primitive->base(base.string());
-  if (uri == nullptr) primitive->reset(static_cast<unsigned>(elements));
   return primitive.release();
 }
 
@@ -126,15 +133,22 @@ bool XMLPrimitive::serialize(Metadata::Item* item, core::xml::XMLSerializer* wri
   if (type_ == metadata::kStruct) attribute(writer, L"type", primitive->base());
   attribute(writer, L"uri", primitive->uri());
   names(item, writer);
-  std::vector<std::wstring> blocks = text_.write(*primitive, digits());
-  // Values go into "val" elements when the item has localized names, so that text never
-  // mixes with them, and whenever there are several strings.
-  bool wrap = blocks.size() > 1 || (!blocks.empty() && item->locales() > 0);
-  for (const std::wstring& block : blocks) {
+  auto block = [&](bool wrap, const auto& text) {
     if (wrap) writer->startElement(L"val");
-    writer->characters(block.data(), block.size());
+    writer->characters(text.data(), text.size());
     if (wrap) writer->endElement();
+  };
+  // Values go into "val" elements when the item has localized names, so that text never
+  // mixes with them, and whenever there are several strings. Numbers, the bulk of most
+  // documents, go out as ASCII without a wide copy.
+  if (text_.writeNumbers(*primitive, digits(), numbers_)) {
+    block(item->locales() > 0, numbers_);
+    return true;
   }
+  std::vector<std::wstring> blocks = text_.write(*primitive, digits());
+  const bool wrap = blocks.size() > 1 || (!blocks.empty() && item->locales() > 0);
+  for (const std::wstring& text : blocks)
+    block(wrap, text);
   return true;
 }
 

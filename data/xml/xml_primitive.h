@@ -63,6 +63,8 @@ class XMLPrimitive : public Element {
   unsigned long long limit_ = 0;
   // Per parse, so that documents parsed on several threads at once never share its buffers.
   PrimitiveText text_;
+  // The text of the numbers being written, kept for its capacity.
+  std::string numbers_;
 };
 
 }  // namespace kestrine::platform::data::XML

@@ -68,9 +68,8 @@ void XMLRenderingLogic::translate(unsigned offset) {
   start(offset, open);
   while (!open.empty()) {
     tOpen& top = open.back();
-    Metadata::Set* set = top.logic.set();
-    if (top.next < set->items()) {
-      start(set->at(top.next++), open);
+    if (top.next < top.children.size()) {
+      start(top.children[top.next++], open);
       continue;
     }
     open.pop_back();
@@ -100,7 +99,10 @@ void XMLRenderingLogic::start(unsigned offset, std::deque<tOpen>& open) {
     }
   }
   // Only sets with a written start tag stay open for their children.
-  if (!written) open.pop_back();
+  if (!written)
+    open.pop_back();
+  else
+    logic.set()->entries(open.back().children);
 }
 
 }  // namespace kestrine::platform::data::XML

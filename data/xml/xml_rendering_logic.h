@@ -45,6 +45,9 @@ class XMLRenderingLogic {
     tOpen(core::storage::datastore::IDataStore* store, unsigned offset)
         : logic(store, offset, false), next(0) {}
     Design::Logic logic;
+    // The children to write, read once the start tag is written; nothing changes the store
+    // while the document is written.
+    std::vector<unsigned> children;
     unsigned next;
   };
 

@@ -105,7 +105,9 @@ class KPL_CORE_API IDataStore {
   virtual void attach(std::unique_ptr<IAttachment> attachment);
 };
 
-// Records kept in memory: O(1) create, read, write and free by offset.
+// Records kept in memory: O(1) create, read, write and free by offset. The holder of the
+// store lock works on the records without further locking; the operations of other threads
+// wait until it lets the lock go.
 class KPL_CORE_API MemoryDataStore : public IDataStore {
  public:
   MemoryDataStore();

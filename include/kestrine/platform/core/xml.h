@@ -114,6 +114,8 @@ class KPL_CORE_API XMLSerializer {
   // Text of the innermost open element; an empty text adds nothing (<x/> stays empty).
   void characters(const wchar_t* text);
   void characters(const wchar_t* text, std::size_t length);
+  // The same from UTF-8; printable ASCII, such as numbers, is written without conversion.
+  void characters(const char* text, std::size_t length);
   // Closes the innermost open element (the document element with a final line break);
   // `flush` also pushes the buffer to the writer.
   void endElement(bool flush = false);

@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Builds one document's hierarchy through the object model (tree_build_bench) and with HDF5
+# (the peers' hdf5_build: one group per container, one attribute per primitive, in memory),
+# one after the other in one sitting, and prints both rates and their ratio. Asserts nothing.
+#   bench/tree_build_bench.sh BUILD_DIR HDF5_BUILD DOCUMENT [RUNS]     (3 runs by default)
+set -euo pipefail
+build=${1:?usage: tree_build_bench.sh BUILD_DIR HDF5_BUILD DOCUMENT [RUNS]}
+hdf5=${2:?usage: tree_build_bench.sh BUILD_DIR HDF5_BUILD DOCUMENT [RUNS]}
+document=${3:?usage: tree_build_bench.sh BUILD_DIR HDF5_BUILD DOCUMENT [RUNS]}
+runs=${4:-3}
+
+# Both print "NAME BYTES BEST_S MB/S MEDIAN_S" and their counts on standard error.
+read -r _ _ ours_s ours _ < <("$build/bench/tree_build_bench" "$document" "$runs")
+read -r _ _ hdf5_s theirs _ < <("$hdf5" "$document" "$runs")
+printf '%-12s %9s %8s\n' builder best_s MB/s
+printf '%-12s %9s %8s\n' kpl "$ours_s" "$ours" hdf5 "$hdf5_s" "$theirs"
+awk -v a="$ours" -v b="$theirs" 'BEGIN {printf "kpl builds %.1f x as fast as hdf5\n", a / b}'
