@@ -1,6 +1,5 @@
 #include "data/xml/xml_root.h"
 
-#include "data/tree/name_index.h"
 #include "data/tree/root.h"
 #include "data/values/number_text.h"
 
@@ -8,9 +7,7 @@ namespace kestrine::platform::data::XML {
 
 using core::string::StringAlgorithm;
 
-XMLRoot::XMLRoot(IDataStore* store, bool exclusive) : Element(store), exclusive_(exclusive) {
-  added_.set_empty_key(Metadata::kEmptyKey);
-}
+XMLRoot::XMLRoot(IDataStore* store, bool exclusive) : Element(store), exclusive_(exclusive) {}
 
 const char* XMLRoot::name() const {
   return "root";

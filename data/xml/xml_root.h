@@ -2,8 +2,7 @@
 #define KPL_DATA_XML_XML_ROOT_H_
 
 #include <string>
-
-#include <sparsehash/dense_hash_set>
+#include <unordered_set>
 
 #include "data/xml/element.h"
 
@@ -39,8 +38,10 @@ class XMLRoot : public Element {
 
  private:
   bool exclusive_;
-  // The names an exclusive root took from this document.
-  google::dense_hash_set<std::wstring> added_;
+  // The names an exclusive root took from this document. A standard set, because it
+  // allocates nothing until a name goes in: every parse and every export makes a root
+  // handler, and only an import into a tree ever fills this one.
+  std::unordered_set<std::wstring> added_;
 };
 
 }  // namespace kestrine::platform::data::XML
