@@ -36,10 +36,12 @@ test: release asan
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	      -DKPL_BUILD_FUZZ=ON -DKPL_SANITIZE=address -DKPL_BUILD_TESTS=OFF -DKPL_BUILD_BENCH=OFF
-	cmake --build build/fuzz -j$(JOBS) --target xml_import_fuzz
-	mkdir -p build/fuzz/corpus
+	cmake --build build/fuzz -j$(JOBS) --target xml_import_fuzz store_records_fuzz
+	mkdir -p build/fuzz/corpus build/fuzz/store_corpus
 	cd build/fuzz && $(SANITIZER_ENV) fuzz/xml_import_fuzz -max_total_time=60 \
 	      -dict=../../fuzz/xml.dict corpus ../../fuzz/corpus
+	cd build/fuzz && $(SANITIZER_ENV) fuzz/store_records_fuzz -max_total_time=60 -timeout=10 \
+	      store_corpus ../../fuzz/store_corpus
 
 # Prepares the machine, builds (optimised) and reads an example document into a store with
 # kmeta, printing it back as the tool writes it.

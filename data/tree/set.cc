@@ -121,7 +121,9 @@ void Set::entries(std::vector<unsigned>& out) const {
   out.assign(index.names.size(), IDataStore::BADOFF);
   if (index.children == IDataStore::BADOFF) return;
   Record::Offsets list(store_, index.children);
-  std::copy_n(list.get(), std::min<std::size_t>(out.size(), list.items()), out.begin());
+  // A list that is not there loads empty, without bytes to point into.
+  std::size_t count = std::min<std::size_t>(out.size(), list.items());
+  if (count != 0) std::copy_n(list.get(), count, out.begin());
 }
 
 unsigned Set::find(const wchar_t* name) const {

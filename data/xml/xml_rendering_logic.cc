@@ -1,5 +1,7 @@
 #include "data/xml/xml_rendering_logic.h"
 
+#include <string>
+
 #include "data/tree/container.h"
 #include "data/tree/descent.h"
 #include "data/tree/primitive.h"
@@ -8,6 +10,7 @@
 #include "data/xml/xml_primitive.h"
 #include "data/xml/xml_root.h"
 #include "data/xml/xml_table.h"
+#include "kestrine/platform/core/exception.h"
 
 namespace kestrine::platform::data::XML {
 
@@ -20,6 +23,7 @@ XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer
       writer_(writer),
       root_(new XMLRoot(store)),
       table_(new XMLTable(store, nullptr)) {
+  written_.set_empty_key(IDataStore::BADOFF);
   for (unsigned kind = structure::IContainer::kNode; kind <= structure::IContainer::kLink; ++kind)
     containers_.emplace_back(
         new XMLContainer(store, static_cast<structure::IContainer::tType>(kind), nullptr));
@@ -80,6 +84,10 @@ void XMLRenderingLogic::translate(unsigned offset) {
 void XMLRenderingLogic::start(unsigned offset, std::deque<tOpen>& open) {
   if (offset == IDataStore::BADOFF) return;
   Metadata::Descent::check(offset, open.size());
+  if (!written_.insert(offset).second) {
+    throw core::Exception("damaged record at offset " + std::to_string(offset) +
+                          ": listed twice in the tree, or in a cycle");
+  }
   open.emplace_back(store_, offset);
   Design::Logic& logic = open.back().logic;
   Metadata::Item* item = logic ? logic.operator->() : nullptr;

@@ -1,6 +1,8 @@
 #ifndef KPL_DATA_XML_XML_RENDERING_LOGIC_H_
 #define KPL_DATA_XML_XML_RENDERING_LOGIC_H_
 
+#include <sparsehash/dense_hash_set>
+
 #include <deque>
 #include <memory>
 #include <vector>
@@ -61,6 +63,10 @@ class XMLRenderingLogic {
 
   core::storage::datastore::IDataStore* store_;
   core::xml::XMLSerializer* writer_;
+  // Every record written. A tree lists each record once; in a damaged store a children list
+  // may lead back up, or list one subtree many times over, and the output would grow without
+  // bound.
+  google::dense_hash_set<unsigned> written_;
   // One handler per element name, made once for the whole document.
   std::unique_ptr<XMLRoot> root_;
   std::unique_ptr<XMLTable> table_;
