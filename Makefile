@@ -31,8 +31,9 @@ test: release asan
 	cd build/release && $(CTEST)
 	cd build/asan && $(SANITIZER_ENV) $(CTEST)
 
-# The libFuzzer targets, built with clang under ASan + UBSan: a minute of the XML import over
-# the seed corpus. New inputs go to build/fuzz/corpus, crashing ones to build/fuzz.
+# The libFuzzer targets, built with clang under ASan + UBSan: a minute each of the XML import
+# and of the read paths over arbitrary store records, from their seed corpora. New inputs go
+# to build/fuzz/corpus and build/fuzz/store_corpus, crashing ones to build/fuzz.
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	      -DKPL_BUILD_FUZZ=ON -DKPL_SANITIZE=address -DKPL_BUILD_TESTS=OFF -DKPL_BUILD_BENCH=OFF
