@@ -21,9 +21,9 @@ class Descent {
   Descent(const Descent&) = delete;
   Descent& operator=(const Descent&) = delete;
 
-  // Throws "damaged record at offset N: ..." for a walk without recursion (along a parent
-  // chain, or down by a stack of its own) that has gone `levels` deep, a million or more:
-  // past any tree that is not damaged, so it loops.
+  // Throws "damaged record at offset N: ..." for a walk without recursion (down by a stack
+  // of its own) that has gone `levels` deep, a million or more: past any tree that is not
+  // damaged, so it loops.
   static void check(unsigned offset, unsigned long long levels);
 };
 

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <string>
 
 #include "data/record/entity.h"
 #include "data/record/locale.h"
-#include "data/tree/descent.h"
 #include "data/tree/pooled_buffer.h"
+#include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/memory.h"
 
 namespace kestrine::platform::data::Metadata {
@@ -106,12 +107,24 @@ void Item::show() {
 void Item::path(WideString& out) const {
   std::vector<WideString> names;
   unsigned current = Record::Entity(store_, offset_).parent();
+  // A damaged chain may lead back to itself. Brent's check finds such a loop within twice its
+  // length plus the steps before it: the chain's head is compared with a marker that moves
+  // on to it at every power of two.
+  unsigned marker = offset_, stride = 1, steps = 0;
   for (;;) {
     Record::tType kind = Record::peek(store_, current);
     // The root's name is never part of a path; a record that is not an entity cannot be on
     // a parent chain and ends it too.
     if (kind != Record::kPrimitive && kind != Record::kTable && kind != Record::kContainer) break;
-    Descent::check(current, names.size());
+    if (current == marker) {
+      throw core::Exception("damaged record at offset " + std::to_string(current) +
+                            ": its parents lead back to it");
+    }
+    if (++steps == stride) {
+      marker = current;
+      stride *= 2;
+      steps = 0;
+    }
     Record::Entity record(store_, current);
     names.push_back(record.name());
     current = record.parent();
