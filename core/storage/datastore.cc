@@ -1,5 +1,11 @@
 #include "kestrine/platform/core/datastore.h"
 
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kestrine/platform/core/exception.h"
+
 namespace kestrine::platform::core::storage::datastore {
 
 // The in-class initialiser gives the value; this definition gives clients an address to
@@ -11,6 +17,21 @@ IDataStore::ILock::~ILock() = default;
 IDataStore::~IDataStore() = default;
 
 IDataStore::IAttachment::~IAttachment() = default;
+
+void IDataStore::patch(unsigned offset, unsigned at, const void* data, unsigned size,
+                       bool changed) {
+  const unsigned length = this->size(offset);
+  if (length == 0)
+    throw Exception("patch of offset " + std::to_string(offset) + ", which holds no record");
+  if (at > length || size > length - at)
+    throw Exception("patch of " + std::to_string(size) + " bytes at byte " + std::to_string(at) +
+                    " of the record at offset " + std::to_string(offset) + ", which has " +
+                    std::to_string(length));
+  std::vector<unsigned char> record(length);
+  read(offset, record.data(), length);
+  if (size != 0) std::memcpy(record.data() + at, data, size);
+  write(offset, record.data(), length, changed);
+}
 
 bool IDataStore::abandon() {
   return false;

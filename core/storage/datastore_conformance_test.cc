@@ -126,6 +126,10 @@ TEST_P(DataStoreConformance, GivesTheSameAnswersAsTheMemoryStore) {
     } else if (action < 6) {
       ASSERT_EQ(refused([&] { store_->append(offset, data, part); }),
                 refused([&] { memory.append(offset, data, part); }));
+    } else if (action < 7) {
+      unsigned at = pick(memory.size(offset) + 2);
+      ASSERT_EQ(refused([&] { store_->patch(offset, at, data, part, changed); }),
+                refused([&] { memory.patch(offset, at, data, part, changed); }));
     } else if (action < 8) {
       memory.free(offset);
       store_->free(offset);
@@ -163,6 +167,22 @@ TEST_P(DataStoreConformance, GivesTheSameAnswersAsTheMemoryStore) {
     ASSERT_EQ(readAll(offset), datastore::readAll(memory, offset)) << "offset " << offset;
 }
 
+// Catches: a patch that moves or resizes the record, touches bytes beside its own, or goes
+// past the end (or to no record) instead of being refused with nothing changed.
+TEST_P(DataStoreConformance, PatchingChangesOnlyItsBytesWithinTheRecord) {
+  unsigned offset = createText("abcdef");
+  unsigned after = createText("next");
+  store_->patch(offset, 2, "XY", 2, true);
+  store_->patch(offset, 5, "F", 1, false);
+  store_->patch(offset, 6, "", 0, true);
+  EXPECT_EQ(readAll(offset), "abXYeF");
+  EXPECT_NE(message([&] { store_->patch(offset, 5, "zz", 2, true); }), "(no exception)");
+  EXPECT_NE(message([&] { store_->patch(offset, 7, "", 0, true); }), "(no exception)");
+  EXPECT_NE(message([&] { store_->patch(after + 1, 0, "z", 1, true); }), "(no exception)");
+  EXPECT_EQ(readAll(offset), "abXYeF");
+  EXPECT_EQ(readAll(after), "next");
+}
+
 // Catches: a change that leaves the stamp where it was, so that a cache over the records
 // would go stale unnoticed, or a read that moves it, so that caches would never be trusted.
 TEST_P(DataStoreConformance, StampMovesWithEveryChangeAndOnlyWithChanges) {
@@ -180,6 +200,8 @@ TEST_P(DataStoreConformance, StampMovesWithEveryChangeAndOnlyWithChanges) {
   store_->append(offset, "d", 1);
   EXPECT_TRUE(moved());
   store_->write(offset, "xy", 2, false);
+  EXPECT_TRUE(moved());
+  store_->patch(offset, 1, "z", 1, false);
   EXPECT_TRUE(moved());
   store_->version(3);
   EXPECT_TRUE(moved());

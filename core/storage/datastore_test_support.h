@@ -88,7 +88,7 @@ class InterceptingStore : public MemoryDataStore {
   unsigned unguarded() const { return unguarded_.load(); }
 
   int locksTaken = 0, locksHeld = 0, completions = 0;
-  bool lastChanged = false;  // what the last write said of its record
+  bool lastChanged = false;  // what the last write or patch said of its record
 
   ILock* lock() override { return new Held(this, MemoryDataStore::lock()); }
   unsigned create(const void* data, unsigned size) override {
@@ -99,6 +99,10 @@ class InterceptingStore : public MemoryDataStore {
   }
   void write(unsigned offset, const void* data, unsigned size, bool changed) override {
     check(), lastChanged = changed, MemoryDataStore::write(offset, data, size, changed);
+  }
+  void patch(unsigned offset, unsigned at, const void* data, unsigned size,
+             bool changed) override {
+    check(), lastChanged = changed, MemoryDataStore::patch(offset, at, data, size, changed);
   }
   unsigned size(unsigned offset) override { return check(), MemoryDataStore::size(offset); }
   unsigned read(unsigned offset, void* destination, unsigned maximum) override {

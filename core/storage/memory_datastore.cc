@@ -149,6 +149,19 @@ void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bo
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
+void MemoryDataStore::patch(unsigned offset, unsigned at, const void* data, unsigned size,
+                            bool) {
+  Impl::Changing guard(*impl_);
+  Slot* slot = impl_->find(offset);
+  if (slot == nullptr) throwNoRecord("patch", offset);
+  if (at > slot->bytes.size() || size > slot->bytes.size() - at)
+    throw Exception("memory datastore: patch of " + std::to_string(size) + " bytes at byte " +
+                    std::to_string(at) + " of the record at offset " + std::to_string(offset) +
+                    ", which has " + std::to_string(slot->bytes.size()));
+  if (size != 0) std::memcpy(slot->bytes.data() + at, data, size);
+  impl_->changes.fetch_add(1, std::memory_order_relaxed);
+}
+
 unsigned MemoryDataStore::size(unsigned offset) {
   Impl::Reading guard(*impl_);
   Slot* slot = impl_->find(offset);

@@ -29,8 +29,12 @@ tType peek(IDataStore* store, unsigned offset) {
   return store->read(offset, &kind, 1) == 1 ? static_cast<tType>(kind) : kNoRecord;
 }
 
+void damagedRecord(unsigned offset, const std::string& what) {
+  throw core::Exception("damaged record at offset " + std::to_string(offset) + ": " + what);
+}
+
 void Base::damaged(const std::string& what) const {
-  throw core::Exception("damaged record at offset " + std::to_string(offset_) + ": " + what);
+  damagedRecord(offset_, what);
 }
 
 void Base::fieldPastTheEnd(unsigned at) const {
@@ -43,10 +47,15 @@ Base::Base() : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), u
 Base::Base(IDataStore* store, unsigned offset) : Base() {
   store_ = store;
   offset_ = offset;
-  alloc(store->size(offset));
+  const unsigned size = store->size(offset);
+  if (size == 0) return;
+  capacity_ = allocator(size);
+  buffer_ = static_cast<unsigned char*>(PooledHeap::malloc(capacity_));
   // Reading at most what was sized keeps the buffer safe even if a caller outside the store
-  // lock resized the record in between; under the lock this is the whole record.
-  if (used_ != 0) used_ = store->read(offset, buffer_, used_);
+  // lock resized the record in between; under the lock this is the whole record. Only the
+  // bytes the read did not fill are zeroed.
+  used_ = store->read(offset, buffer_, size);
+  std::memset(buffer_ + used_, 0, capacity_ - used_);
 }
 
 Base::Base(IDataStore* store, unsigned size, tType type) : Base() {
@@ -76,6 +85,10 @@ void Base::update(bool changed) {
     offset_ = store_->create(buffer_, used_);
   else
     store_->write(offset_, buffer_, used_, changed);
+}
+
+void Base::patch(unsigned at, unsigned width, bool changed) {
+  store_->patch(offset_, within(at, width), buffer_ + at, width, changed);
 }
 
 unsigned Base::clone(IDataStore* target) const { return target->create(buffer_, used_); }

@@ -36,6 +36,9 @@ unsigned allocator(unsigned n);
 // or an empty record.
 tType peek(IDataStore* store, unsigned offset);
 
+// Throws core::Exception "damaged record at offset N: <what>".
+[[noreturn]] void damagedRecord(unsigned offset, const std::string& what);
+
 // The in-memory working copy of one record: the whole record is read into a pooled buffer,
 // edited in place by the typed records, and written back whole by update(). Record objects
 // live on the stack for one operation; nothing here checks offsets. A record read from the
@@ -71,6 +74,8 @@ class Base {
   // Creates the record at its first call, overwrites it in place afterwards. `changed` is
   // false when only a reference count moved.
   void update(bool changed);
+  // Writes only the `width` bytes at `at` of an existing record (see IDataStore::patch).
+  void patch(unsigned at, unsigned width, bool changed);
   // Stores a copy of the bytes as a new record in `target` (which may be this store) and
   // returns its offset. Offsets inside the copy still refer to the source store.
   unsigned clone(IDataStore* target) const;

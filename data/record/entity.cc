@@ -86,12 +86,38 @@ Entity::Entity(IDataStore* store, unsigned size, tType kind) : Base(store, size,
 
 void Entity::ref() {
   references(references() + 1);
-  update(false);
+  patch(5, 4, false);
 }
 
 void Entity::unref() {
   references(references() - 1);
-  update(false);
+  patch(5, 4, false);
+}
+
+Header::Header(IDataStore* store, unsigned offset) : store_(store), offset_(offset) {
+  const unsigned read = store->read(offset, bytes_, sizeof bytes_);
+  if (read == 0) damagedRecord(offset, "no record is there");
+  const auto kind = static_cast<tType>(bytes_[0]);
+  if (kind != kRoot && kind != kPrimitive && kind != kTable && kind != kContainer)
+    damagedRecord(offset, "its kind " + std::to_string(kind) + " is no entity's");
+  if (read < sizeof bytes_) damagedRecord(offset, "shorter than the fixed part of its kind");
+}
+
+void Header::put(unsigned at, const void* value, unsigned width, bool changed) {
+  store_->patch(offset_, at, value, width, changed);
+  std::memcpy(bytes_ + at, value, width);
+}
+
+void Header::parent(unsigned offset) {
+  put(1, &offset, 4, true);
+}
+
+void Header::references(unsigned count) {
+  put(5, &count, 4, false);
+}
+
+void Header::flags(std::uint8_t bits) {
+  put(13, &bits, 1, true);
 }
 
 unsigned Entity::arrayStart(unsigned selector) const {

@@ -37,8 +37,8 @@ class Entity : public Base {
   std::uint8_t flags() const { return get8(13); }
   void flags(std::uint8_t bits) { put8(13, bits); }
 
-  // Count +1 / -1, written with update(false). Neither checks for overflow or underflow;
-  // reaching zero frees nothing (the owning set decides that).
+  // Count +1 / -1, written alone with changed false. Neither checks for overflow or
+  // underflow; reaching zero frees nothing (the owning set decides that).
   void ref();
   void unref();
 
@@ -87,6 +87,35 @@ class Property : public Entity {
 
   std::uint32_t units() const { return get32(18); }
   void units(std::uint32_t unit) { put32(18, unit); }
+};
+
+// The entity header of the record at `offset` alone, read and written without the rest:
+// reference counts, flags and the parent change on every open, close and adoption of an
+// item, and a primitive's values behind them may be large. Each setter writes its own field.
+class Header {
+ public:
+  // Reads the header; throws "damaged record at offset N: ..." when the record is missing,
+  // is no entity or is shorter than a header.
+  Header(IDataStore* store, unsigned offset);
+  unsigned parent() const { return field(1); }
+  void parent(unsigned offset);
+  unsigned references() const { return field(5); }
+  // Written as a count, with changed false.
+  void references(unsigned count);
+  std::uint8_t flags() const { return bytes_[13]; }
+  void flags(std::uint8_t bits);
+
+ private:
+  std::uint32_t field(unsigned at) const {
+    std::uint32_t value;
+    std::memcpy(&value, bytes_ + at, 4);
+    return value;
+  }
+  void put(unsigned at, const void* value, unsigned width, bool changed);
+
+  IDataStore* store_;
+  unsigned offset_;
+  unsigned char bytes_[14];
 };
 
 // Bytes a wide string of `text`'s length takes with its terminator (4k + 4).

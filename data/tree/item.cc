@@ -65,27 +65,25 @@ Item::~Item() noexcept(false) {
 
 void Item::unref() {
   try {
-    Record::Entity record(store_, offset_);
-    record.unref();
+    Record::Header header(store_, offset_);
+    header.references(header.references() - 1);
   } catch (...) {
     rethrowUnlessUnwinding();
   }
 }
 
 std::uint8_t Item::flags() const {
-  return Record::Entity(store_, offset_).flags();
+  return Record::Header(store_, offset_).flags();
 }
 
 void Item::on(std::uint8_t bits) {
-  Record::Entity record(store_, offset_);
-  record.flags(record.flags() | bits);
-  record.update(true);
+  Record::Header header(store_, offset_);
+  header.flags(header.flags() | bits);
 }
 
 void Item::off(std::uint8_t bits) {
-  Record::Entity record(store_, offset_);
-  record.flags(record.flags() & ~bits);
-  record.update(true);
+  Record::Header header(store_, offset_);
+  header.flags(header.flags() & ~bits);
 }
 
 void Item::show() {

@@ -141,12 +141,11 @@ unsigned Set::lookup(const wchar_t* path) const {
 }
 
 bool Set::add(unsigned offset) {
-  if (!childKind(Record::peek(store_, offset))) return false;
-  Record::Entity child(store_, offset);
-  WideString name = child.name();
+  // Only the name and the parent field are touched: a primitive's values may be large.
+  WideString name;
+  if (!childKind(Record::peekName(store_, offset, name))) return false;
   if (find(name.string()) != IDataStore::BADOFF || reserved(name.string())) return false;
-  child.parent(offset_);
-  child.update(true);
+  Record::Header(store_, offset).parent(offset_);
   SetIndex& index = state();
   if (index.children != IDataStore::BADOFF) {
     // The list is appended to without being read.

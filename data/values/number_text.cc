@@ -1,6 +1,9 @@
 #include "data/values/number_text.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -23,10 +26,90 @@ std::size_t terminate(char* out, char* end) {
   return static_cast<std::size_t>(end - out);
 }
 
-// Writes the element's value as type Held. The seven-digit form is what printf's "%.7g" gives,
-// which is what the stream wrote (a float widened to a double, which changes no digit):
-// to_chars with a precision is defined to match it digit for digit, exponent padding ("1e-05")
-// and "-nan" included.
+// The powers of ten that a double holds exactly.
+constexpr double kExactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                        1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                        1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr int kLastExactPower = 22;
+
+// Rounds a positive normal `magnitude` to seven significant digits, the way printf does on its
+// exact binary value: `digits` in [10^6, 10^7) times 10^(exponent - 6). It scales the value into
+// that range with one correctly rounded multiplication or division by an exact power of ten,
+// which leaves it within 2^-53 of itself, about 1e-9 there; so the nearest integer is the exact
+// value's unless the scaled value lies within 1e-6 of a tie. Returns false for those, and for
+// magnitudes that no exact power brings into range.
+bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
+  int binary;
+  std::frexp(magnitude, &binary);
+  exponent = ((binary - 1) * 1233) >> 12;  // floor(log10(2^(binary-1))): one below, or right
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const int scale = 6 - exponent;
+    if (std::abs(scale) > kLastExactPower) return false;
+    const double scaled = scale >= 0 ? magnitude * kExactPowersOfTen[scale]
+                                     : magnitude / kExactPowersOfTen[-scale];
+    if (scaled >= 1e7) {
+      ++exponent;
+      continue;
+    }
+    const double whole = std::floor(scaled);
+    const double fraction = scaled - whole;
+    if (std::fabs(fraction - 0.5) < 1e-6) return false;
+    digits = static_cast<std::uint32_t>(whole) + (fraction > 0.5 ? 1 : 0);
+    if (digits < 1000000) return false;  // cannot happen for an exponent one below or right
+    if (digits == 10000000) {  // 9999999.6 becomes 1.000000e7
+      digits = 1000000;
+      ++exponent;
+    }
+    return true;
+  }
+  return false;
+}
+
+// printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
+// which changes no digit). to_chars with a precision is defined to match it digit for digit,
+// exponent padding ("1e-05") and "-nan" included, but it works on the exact binary value and
+// costs as much as all the rest of an export; roundToSeven decides all but near-ties and
+// extreme exponents cheaply, and zeros, denormals, infinities and NaNs keep the exact path.
+char* printSevenDigits(double value, char* out, char* last) {
+  std::uint32_t rounded;
+  int exponent;
+  if (!std::isfinite(value) || !(std::fabs(value) >= std::numeric_limits<double>::min()) ||
+      !roundToSeven(std::fabs(value), rounded, exponent))
+    return std::to_chars(out, last, value, std::chars_format::general, 7).ptr;
+  char digits[8];
+  std::to_chars(digits, digits + 7, rounded);
+  int count = 7;
+  while (count > 1 && digits[count - 1] == '0')
+    --count;
+
+  char* to = out;
+  if (value < 0) *to++ = '-';
+  if (exponent < -4 || exponent >= 7) {
+    *to++ = digits[0];
+    if (count > 1) {
+      *to++ = '.';
+      to = std::copy(digits + 1, digits + count, to);
+    }
+    *to++ = 'e';
+    *to++ = exponent < 0 ? '-' : '+';
+    const int magnitude = std::abs(exponent);
+    if (magnitude < 10) *to++ = '0';
+    return std::to_chars(to, last, magnitude).ptr;
+  }
+  if (exponent < 0) {
+    *to++ = '0';
+    *to++ = '.';
+    to = std::fill_n(to, -exponent - 1, '0');
+    return std::copy(digits, digits + count, to);
+  }
+  const int whole = exponent + 1;
+  if (count <= whole) return std::fill_n(std::copy(digits, digits + count, to), whole - count, '0');
+  to = std::copy(digits, digits + whole, to);
+  *to++ = '.';
+  return std::copy(digits + whole, digits + count, to);
+}
+
+// Writes the element's value as type Held.
 template <class Held>
 std::size_t printAs(const char* element, char* out, FloatDigits digits) {
   char* const last = out + kNumberTextSize - 1;
@@ -37,7 +120,7 @@ std::size_t printAs(const char* element, char* out, FloatDigits digits) {
     const Held value = load<Held>(element);
     if (digits == FloatDigits::kShortest)
       return terminate(out, std::to_chars(out, last, value).ptr);
-    return terminate(out, std::to_chars(out, last, value, std::chars_format::general, 7).ptr);
+    return terminate(out, printSevenDigits(value, out, last));
   } else {
     return terminate(out, std::to_chars(out, last, load<Held>(element)).ptr);
   }

@@ -40,6 +40,12 @@ class KPL_CORE_API IDataStore {
   // is false when only a reference count changed. Throws if no record is there.
   virtual void write(unsigned offset, const void* data, unsigned size, bool changed) = 0;
 
+  // Overwrites `size` bytes of the record at `offset` from its byte `at` on, leaving its size
+  // and its other bytes as they are; `changed` as for write. Throws, changing nothing, if no
+  // record is there or the bytes run past its end. The default reads the whole record and
+  // writes it back; a store that can change bytes where they lie does so.
+  virtual void patch(unsigned offset, unsigned at, const void* data, unsigned size, bool changed);
+
   // The size of the record at `offset`; 0 for BADOFF and for an offset that holds no record.
   virtual unsigned size(unsigned offset) = 0;
 
@@ -119,6 +125,8 @@ class KPL_CORE_API MemoryDataStore : public IDataStore {
   unsigned create(const void* data, unsigned size) override;
   void append(unsigned offset, const void* data, unsigned size) override;
   void write(unsigned offset, const void* data, unsigned size, bool changed) override;
+  void patch(unsigned offset, unsigned at, const void* data, unsigned size,
+             bool changed) override;
   unsigned size(unsigned offset) override;
   unsigned read(unsigned offset, void* destination, unsigned maximum) override;
   void free(unsigned offset) override;
