@@ -100,8 +100,7 @@ class InterceptingStore : public MemoryDataStore {
   void write(unsigned offset, const void* data, unsigned size, bool changed) override {
     check(), lastChanged = changed, MemoryDataStore::write(offset, data, size, changed);
   }
-  void patch(unsigned offset, unsigned at, const void* data, unsigned size,
-             bool changed) override {
+  void patch(unsigned offset, unsigned at, const void* data, unsigned size, bool changed) override {
     check(), lastChanged = changed, MemoryDataStore::patch(offset, at, data, size, changed);
   }
   unsigned size(unsigned offset) override { return check(), MemoryDataStore::size(offset); }

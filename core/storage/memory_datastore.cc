@@ -149,8 +149,7 @@ void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bo
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
-void MemoryDataStore::patch(unsigned offset, unsigned at, const void* data, unsigned size,
-                            bool) {
+void MemoryDataStore::patch(unsigned offset, unsigned at, const void* data, unsigned size, bool) {
   Impl::Changing guard(*impl_);
   Slot* slot = impl_->find(offset);
   if (slot == nullptr) throwNoRecord("patch", offset);

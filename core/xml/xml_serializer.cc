@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cwchar>
 #include <string>
 #include <vector>
@@ -28,7 +29,7 @@ bool isXMLChar(char32_t c) {
 enum class Context { kName, kText, kAttribute };
 
 // Whether `c` is printable ASCII that goes out as it is: one byte, no reference.
-bool plain(char32_t c, Context context) {
+constexpr bool plain(char32_t c, Context context) {
   if (c < 0x20 || c > 0x7E) return false;
   if (context == Context::kName) return true;
   return c != '&' && c != '<' && c != '>' && (c != '"' || context == Context::kText);
@@ -43,13 +44,14 @@ void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Co
     std::size_t run = i;
     while (run < length && plain(utf8::codePoint(text[run]), context))
       ++run;
-    if (run != i) {
-      std::size_t at = out.size();
-      out.resize(at + (run - i));
-      std::copy(text + i, text + run, out.begin() + static_cast<std::ptrdiff_t>(at));
-      i = run;
-      if (i == length) return;
+    while (i != run) {
+      char narrow[256];
+      const std::size_t count = std::min(run - i, sizeof narrow);
+      std::copy(text + i, text + i + count, narrow);
+      out.append(narrow, count);
+      i += count;
     }
+    if (i == length) return;
     char32_t c = utf8::codePoint(text[i]);
     if (context != Context::kName) {
       switch (c) {
@@ -83,6 +85,14 @@ void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Co
     utf8::append(out, isXMLChar(c) ? c : utf8::kReplacement);
   }
 }
+
+// plain() in text, for every byte: a UTF-8 byte past ASCII is not plain.
+constexpr std::array<bool, 256> kPlainInText = [] {
+  std::array<bool, 256> table{};
+  for (unsigned c = 0; c < table.size(); ++c)
+    table[c] = plain(c, Context::kText);
+  return table;
+}();
 
 void appendName(std::string& out, const wchar_t* name) {
   appendEscaped(out, name, std::wcslen(name), Context::kName);
@@ -226,7 +236,7 @@ void XMLSerializer::characters(const wchar_t* text, std::size_t length) {
 }
 
 void XMLSerializer::characters(const char* text, std::size_t length) {
-  auto plainText = [](char c) { return plain(static_cast<unsigned char>(c), Context::kText); };
+  auto plainText = [](char c) { return kPlainInText[static_cast<unsigned char>(c)]; };
   if (text != nullptr && !std::all_of(text, text + length, plainText)) {
     string::WideString wide = string::StringAlgorithm::UTF8Decode(text, length);
     characters(wide.string(), wide.length());

@@ -38,11 +38,12 @@ void Base::damaged(const std::string& what) const {
 }
 
 void Base::fieldPastTheEnd(unsigned at) const {
-  damaged("a field at byte " + std::to_string(at) + " lies past its end (" +
-          std::to_string(used_) + " bytes)");
+  damaged("a field at byte " + std::to_string(at) + " lies past its end (" + std::to_string(used_) +
+          " bytes)");
 }
 
-Base::Base() : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), used_(0), capacity_(0) {}
+Base::Base()
+    : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), used_(0), capacity_(0) {}
 
 Base::Base(IDataStore* store, unsigned offset) : Base() {
   store_ = store;
@@ -64,7 +65,9 @@ Base::Base(IDataStore* store, unsigned size, tType type) : Base() {
   if (size != 0) buffer_[0] = type;
 }
 
-Base::~Base() { release(); }
+Base::~Base() {
+  release();
+}
 
 void Base::release() {
   if (capacity_ != 0) PooledHeap::free(buffer_, capacity_);
@@ -91,7 +94,9 @@ void Base::patch(unsigned at, unsigned width, bool changed) {
   store_->patch(offset_, within(at, width), buffer_ + at, width, changed);
 }
 
-unsigned Base::clone(IDataStore* target) const { return target->create(buffer_, used_); }
+unsigned Base::clone(IDataStore* target) const {
+  return target->create(buffer_, used_);
+}
 
 void Base::alloc(unsigned n) {
   release();
@@ -142,7 +147,8 @@ void Base::grow(unsigned at, unsigned len) {
 unsigned Base::arrayStart(unsigned fixed, const unsigned* selectors, unsigned count,
                           unsigned selector) const {
   unsigned start = fixed;
-  for (unsigned i = 0; i < count && selectors[i] != selector; ++i) start += get32(selectors[i]);
+  for (unsigned i = 0; i < count && selectors[i] != selector; ++i)
+    start += get32(selectors[i]);
   return start;
 }
 
@@ -151,7 +157,8 @@ core::string::WideString Base::arrayString(unsigned start, unsigned length) cons
   const wchar_t* text = reinterpret_cast<const wchar_t*>(buffer_ + start);
   unsigned units = std::min(length, used_ - start) / 4;
   unsigned n = 0;
-  while (n < units && text[n] != 0) ++n;
+  while (n < units && text[n] != 0)
+    ++n;
   return core::string::WideString(text, n);
 }
 

@@ -1,5 +1,7 @@
 #include "data/units/units_dictionary.h"
 
+#include <cstring>
+
 #include "data/units/unit_tables.h"
 
 namespace kestrine::platform::data {
@@ -8,7 +10,10 @@ UnitsDictionary::UnitsDictionary() {
   units_.set_empty_key("$$$$$_____empty_key");
   // emplace leaves an existing key alone, so a unit's later names never replace its first.
   for (const tUnitName* entry = kpUnitLUT; entry->name != nullptr; ++entry) {
-    names_.emplace(entry->unit, entry->name);
+    // Unit names are ASCII.
+    names_.emplace(
+        entry->unit,
+        tNames{entry->name, std::wstring(entry->name, entry->name + std::strlen(entry->name))});
     units_.insert({entry->name, entry->unit});
   }
   for (const tGroupName* entry = kpGroupLUT; entry->name != nullptr; ++entry) {
@@ -18,7 +23,12 @@ UnitsDictionary::UnitsDictionary() {
 
 const char* UnitsDictionary::unit(units::tUnit unit) const {
   auto found = names_.find(unit);
-  return found == names_.end() ? nullptr : found->second;
+  return found == names_.end() ? nullptr : found->second.narrow;
+}
+
+const wchar_t* UnitsDictionary::wideUnit(units::tUnit unit) const {
+  auto found = names_.find(unit);
+  return found == names_.end() ? nullptr : found->second.wide.c_str();
 }
 
 units::tUnit UnitsDictionary::unit(const char* name) const {

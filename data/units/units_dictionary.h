@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 
 #include <sparsehash/dense_hash_map>
 
@@ -17,8 +18,8 @@ namespace kestrine::platform::data {
 // stay valid for the life of the process; callers never free them.
 class UnitsDictionary {
  public:
-  // Indexes every unit and group of the constant tables. Only map nodes are allocated; the
-  // names are not copied.
+  // Indexes every unit and group of the constant tables. The names are not copied; each
+  // unit's first name is also kept as wide text, which is what export writes.
   UnitsDictionary();
   UnitsDictionary(const UnitsDictionary&) = delete;
   UnitsDictionary& operator=(const UnitsDictionary&) = delete;
@@ -26,6 +27,8 @@ class UnitsDictionary {
   // The name of `unit`, or null when no unit has that value (0 included). A unit with several
   // names answers the first one of the table ("Quart_US_fluid" for Quart).
   const char* unit(units::tUnit unit) const;
+  // The same name as wide text, or null.
+  const wchar_t* wideUnit(units::tUnit unit) const;
 
   // The unit named exactly `name`: byte for byte, case-sensitive, trailing text included
   // ("InvCelsius," matches, "InvCelsius" does not). 0 when `name` is null or unknown.
@@ -43,7 +46,11 @@ class UnitsDictionary {
     bool operator()(std::uint32_t a, std::uint32_t b) const { return a < b; }
   };
 
-  std::map<units::tUnit, const char*, tValueLess> names_;
+  struct tNames {
+    const char* narrow;
+    std::wstring wide;
+  };
+  std::map<units::tUnit, tNames, tValueLess> names_;
   // Hashed: every primitive with units that a document gives is looked up here by name.
   google::dense_hash_map<const char*, units::tUnit, core::tSFHKernel, core::tCharCompareEqual>
       units_;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <limits>
@@ -45,8 +45,8 @@ bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     const int scale = 6 - exponent;
     if (std::abs(scale) > kLastExactPower) return false;
-    const double scaled = scale >= 0 ? magnitude * kExactPowersOfTen[scale]
-                                     : magnitude / kExactPowersOfTen[-scale];
+    const double scaled =
+        scale >= 0 ? magnitude * kExactPowersOfTen[scale] : magnitude / kExactPowersOfTen[-scale];
     if (scaled >= 1e7) {
       ++exponent;
       continue;
@@ -56,7 +56,7 @@ bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
     if (std::fabs(fraction - 0.5) < 1e-6) return false;
     digits = static_cast<std::uint32_t>(whole) + (fraction > 0.5 ? 1 : 0);
     if (digits < 1000000) return false;  // cannot happen for an exponent one below or right
-    if (digits == 10000000) {  // 9999999.6 becomes 1.000000e7
+    if (digits == 10000000) {            // 9999999.6 becomes 1.000000e7
       digits = 1000000;
       ++exponent;
     }

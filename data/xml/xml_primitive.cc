@@ -127,8 +127,8 @@ bool XMLPrimitive::serialize(Metadata::Item* item, core::xml::XMLSerializer* wri
   auto* primitive = dynamic_cast<Design::Primitive*>(item);
   if (primitive == nullptr || wname() == nullptr) return false;
   begin(writer, wname(), item);
-  if (const char* units = _oUnits.unit(primitive->units()))
-    writer->addAttribute(L"units", StringAlgorithm::UTF8Decode(units).string());
+  if (const wchar_t* units = _oUnits.wideUnit(primitive->units()))
+    writer->addAttribute(L"units", units);
   attribute(writer, L"locale", primitive->valuelocale());
   if (type_ == metadata::kStruct) attribute(writer, L"type", primitive->base());
   attribute(writer, L"uri", primitive->uri());

@@ -79,8 +79,7 @@ bool XMLTable::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer)
   optional(item, writer);
   for (units::tUnitGroup group : table->groups()) {
     writer->startElement(L"default");
-    const char* unit = _oUnits.unit(table->units(group));
-    writer->addAttribute(L"unit", StringAlgorithm::UTF8Decode(unit).string());
+    writer->addAttribute(L"unit", _oUnits.wideUnit(table->units(group)));
     if (const char* type = Values::traits(table->valuetype(group)).defaultName)
       writer->addAttribute(L"type", StringAlgorithm::UTF8Decode(type).string());
     writer->endElement();

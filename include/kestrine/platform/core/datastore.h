@@ -125,8 +125,7 @@ class KPL_CORE_API MemoryDataStore : public IDataStore {
   unsigned create(const void* data, unsigned size) override;
   void append(unsigned offset, const void* data, unsigned size) override;
   void write(unsigned offset, const void* data, unsigned size, bool changed) override;
-  void patch(unsigned offset, unsigned at, const void* data, unsigned size,
-             bool changed) override;
+  void patch(unsigned offset, unsigned at, const void* data, unsigned size, bool changed) override;
   unsigned size(unsigned offset) override;
   unsigned read(unsigned offset, void* destination, unsigned maximum) override;
   void free(unsigned offset) override;
