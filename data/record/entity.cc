@@ -103,6 +103,27 @@ Header::Header(IDataStore* store, unsigned offset) : store_(store), offset_(offs
   if (read < sizeof bytes_) damagedRecord(offset, "shorter than the fixed part of its kind");
 }
 
+Primitive::tPlace Primitive::values(IDataStore* store, unsigned offset) {
+  unsigned char fixed[44];
+  const unsigned read = store->read(offset, fixed, sizeof fixed);
+  if (read == 0) damagedRecord(offset, "no record is there");
+  if (fixed[0] != kPrimitive)
+    damagedRecord(offset, "a record of kind " + std::to_string(fixed[0]) + " where one of kind " +
+                              std::to_string(kPrimitive) + " belongs");
+  if (read < sizeof fixed) damagedRecord(offset, "shorter than the fixed part of its kind");
+  auto field = [&fixed](unsigned at) {
+    std::uint32_t value;
+    std::memcpy(&value, fixed + at, 4);
+    return value;
+  };
+  // The values are the last array.
+  const unsigned long long start =
+      sizeof fixed + 0ull + field(kValueLocale) + field(kName) + field(kBase);
+  if (start + field(kValues) > store->size(offset))
+    damagedRecord(offset, "its arrays run past its end");
+  return {static_cast<unsigned>(start), field(kValues)};
+}
+
 void Header::put(unsigned at, const void* value, unsigned width, bool changed) {
   store_->patch(offset_, at, value, width, changed);
   std::memcpy(bytes_ + at, value, width);

@@ -51,6 +51,16 @@ class Primitive : public Property {
     update(true);
   }
 
+  // Where the value array of the primitive at `offset` begins, and its byte length, from the
+  // fixed part alone: values are rewritten in place without reading the record whole. Throws
+  // "damaged record at offset N: ..." when the record is no primitive or the array does not
+  // end within it.
+  struct tPlace {
+    unsigned start;
+    unsigned length;
+  };
+  static tPlace values(IDataStore* store, unsigned offset);
+
   std::uint32_t valuetype() const { return get32(22); }
   void valuetype(std::uint32_t type) { put32(22, type); }
 };

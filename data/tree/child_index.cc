@@ -154,10 +154,16 @@ unsigned ChildIndex::find(const wchar_t* name) const {
 
 ChildIndex::Position ChildIndex::store() {
   Position position = static_cast<Position>(names_.size());
-  std::vector<unsigned char> name(probe_.length * 5);
-  name.resize(static_cast<std::size_t>(packCharacters(probe_.name, name.data()) - name.data()));
-  appendVarint(names_, static_cast<std::uint32_t>(name.size()));
-  names_.insert(names_.end(), name.begin(), name.end());
+  // Packed in place, at most 5 bytes a character, behind room for the longest length prefix;
+  // the name is then moved up against the prefix that its packed size needs.
+  const std::size_t room = 5 + probe_.length * 5;
+  names_.resize(position + room);
+  unsigned char* const characters = names_.data() + position + 5;
+  const auto size =
+      static_cast<std::uint32_t>(packCharacters(probe_.name, characters) - characters);
+  unsigned char* const prefixEnd = putVarint(names_.data() + position, size);
+  std::memmove(prefixEnd, characters, size);
+  names_.resize(static_cast<std::size_t>(prefixEnd - names_.data()) + size);
   return position;
 }
 

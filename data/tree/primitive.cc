@@ -143,6 +143,15 @@ unsigned Primitive::set(const char* data, unsigned index, unsigned count) {
   unsigned long long n = valuesize_ / e;
   unsigned long long size = (static_cast<unsigned long long>(index) + count) * e;
   if (size > 0xFFFFFFFFull) return 0;  // no record can hold it
+  if (n > 0 && index + count <= n) {
+    // Only the bytes that change are written; the record is not read whole.
+    const Record::Primitive::tPlace values = Record::Primitive::values(store_, offset_);
+    if (values.length == valuesize_) {
+      store_->patch(offset_, values.start + static_cast<unsigned>(index * e), data,
+                    static_cast<unsigned>(count * e), true);
+      return 1;
+    }
+  }
   Record::Primitive record(store_, offset_);
   if (n > 0 && index + count <= n) {
     std::memcpy(record.arrays(Record::Primitive::kValues) + index * e, data, count * e);

@@ -143,8 +143,11 @@ unsigned Set::lookup(const wchar_t* path) const {
 bool Set::add(unsigned offset) {
   // Only the name and the parent field are touched: a primitive's values may be large.
   WideString name;
-  if (!childKind(Record::peekName(store_, offset, name))) return false;
-  if (find(name.string()) != IDataStore::BADOFF || reserved(name.string())) return false;
+  return childKind(Record::peekName(store_, offset, name)) && add(offset, name.string());
+}
+
+bool Set::add(unsigned offset, const wchar_t* name) {
+  if (find(name) != IDataStore::BADOFF || reserved(name)) return false;
   Record::Header(store_, offset).parent(offset_);
   SetIndex& index = state();
   if (index.children != IDataStore::BADOFF) {
@@ -158,7 +161,7 @@ bool Set::add(unsigned offset) {
     record.update(true);
     index.children = list.offset();
   }
-  index.names.insert(name.string(), offset);
+  index.names.insert(name, offset);
   return true;
 }
 

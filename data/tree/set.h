@@ -53,6 +53,9 @@ class Set : public Item {
   // parent field); false for another kind or a name that is taken. Reference counts are
   // not touched.
   bool add(unsigned offset);
+  // The same for a child whose kind was checked and whose record holds `name`, which the
+  // caller knows already (the tag of the item it just made).
+  bool add(unsigned offset, const wchar_t* name);
   // Clears and frees the child `name` and its subtree; false when it is unknown,
   // name-locked, or still referenced (its or its subtree's records open elsewhere).
   bool remove(const wchar_t* name);

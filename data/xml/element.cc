@@ -106,16 +106,17 @@ Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tA
     case kRefuse:
       return nullptr;
     case kAdd:
-      if (!set->add(child->offset()))
+      if (!set->add(child->offset(), child->tag()))
         remark(L"", child->tag(), L" is held already: this one is read but dropped");
       return child;
     case kAddOrFail:
-      return set->add(child->offset()) ? child : nullptr;
+      return set->add(child->offset(), child->tag()) ? child : nullptr;
     case kMerge:
       break;
   }
   unsigned existing = set->find(child->tag());
-  if (existing == IDataStore::BADOFF) return set->add(child->offset()) ? child : nullptr;
+  if (existing == IDataStore::BADOFF)
+    return set->add(child->offset(), child->tag()) ? child : nullptr;
   if (Record::peek(store_, existing) != kind) return nullptr;
   std::unique_ptr<Metadata::Item> found = reopen(store_, existing, kind);
   if (!equivalent(found.get(), child, kind)) return nullptr;

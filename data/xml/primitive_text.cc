@@ -232,7 +232,10 @@ void PrimitiveText::readNumbers(Design::Primitive& primitive, const tWatch& watc
   unsigned held = primitive.dimension();
   if (!fits(std::max<unsigned long long>(held, tokens_.size()) * width, watch)) return;
   values_.assign(std::max<std::size_t>(held, tokens_.size()) * width, 0);
-  if (held > 0) primitive.get(values_.data(), 0, held);
+  // Tokens that are no number keep the value held at their place, as do the places past the
+  // last number read; only then are the held values read. A document's primitive is made with
+  // as many zeros as it gives numbers, so mostly they are not read at all.
+  kept_.clear();
   unsigned end = 0;
   for (unsigned i = 0; i < tokens_.size(); ++i) {
     char value[8];
@@ -240,6 +243,7 @@ void PrimitiveText::readNumbers(Design::Primitive& primitive, const tWatch& watc
       // The empty token that trailing whitespace makes holds no number to lose.
       if (watch.remarks != nullptr && *tokens_[i] != '\0')
         remarkToken(watch, type, tokens_[i], nullptr);
+      if (i < held) kept_.push_back(i);
       continue;
     }
     if (watch.remarks != nullptr && !Values::fitsElement(type, tokens_[i], value))
@@ -247,7 +251,17 @@ void PrimitiveText::readNumbers(Design::Primitive& primitive, const tWatch& watc
     std::memcpy(values_.data() + std::size_t(i) * width, value, width);
     end = i + 1;
   }
-  if (end > 0) primitive.set(values_.data(), 0, std::max(end, held));
+  if (end == 0) return;
+  if (!kept_.empty() || end < held) {
+    std::vector<char> old(std::size_t(held) * width);
+    primitive.get(old.data(), 0, held);
+    for (unsigned i = end; i < held; ++i)
+      kept_.push_back(i);
+    for (unsigned i : kept_)
+      std::memcpy(values_.data() + std::size_t(i) * width, old.data() + std::size_t(i) * width,
+                  width);
+  }
+  primitive.set(values_.data(), 0, std::max(end, held));
 }
 
 // "'abc' is no int32: the element keeps its value", or "'300' does not fit an int8: it is

@@ -79,6 +79,8 @@ class PrimitiveText {
   std::string scratch_;
   std::vector<const char*> tokens_;
   std::vector<char> values_;
+  // Places whose held value a read keeps.
+  std::vector<unsigned> kept_;
   // Strings appended and not yet written, each with its terminator.
   std::wstring appended_;
 };

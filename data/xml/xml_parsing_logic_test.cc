@@ -196,6 +196,7 @@ TEST(XMLParsingLogicTest, ReadsNumbersTokenByToken) {
         "<uint16 name='big' dim='99999999999'/>"
         "<binary name='bin'>AAEC/w==</binary><binary name='bad'>*</binary>"
         "<uint8 name='ref' uri='file:///x'>1 2</uint8>"
+        "<int32 name='again' dim='3'>5 6 7</int32><int32 name='again'>x 9</int32>"
         "</node></root>");
   EXPECT_EQ(values<int>(store, L"n.grow"), (std::vector<int>{1, 2, 3}));
   EXPECT_EQ(values<int>(store, L"n.partial"), (std::vector<int>{0, 9, 0}));
@@ -203,6 +204,7 @@ TEST(XMLParsingLogicTest, ReadsNumbersTokenByToken) {
   EXPECT_EQ(values<unsigned char>(store, L"n.b"), (std::vector<unsigned char>{0, 2}));
   EXPECT_EQ(values<signed char>(store, L"n.wrap"), (std::vector<signed char>{44, 127}));
   EXPECT_EQ(values<double>(store, L"n.v"), (std::vector<double>{1, 2, 0}));
+  EXPECT_EQ(values<int>(store, L"n.again"), (std::vector<int>{5, 9, 7})) << "held values kept";
   EXPECT_TRUE(values<unsigned short>(store, L"n.big").empty()) << "an unreadable dim is 0";
   EXPECT_EQ(values<unsigned char>(store, L"n.bin"), (std::vector<unsigned char>{0, 1, 2, 255}));
   EXPECT_TRUE(values<unsigned char>(store, L"n.bad").empty());
