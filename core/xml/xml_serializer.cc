@@ -212,6 +212,10 @@ void XMLSerializer::startElement(const wchar_t* name) {
 }
 
 void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
+  addAttribute(name, value, value != nullptr ? std::wcslen(value) : 0);
+}
+
+void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value, std::size_t length) {
   Impl& impl = *impl_;
   if (!impl.innermost("attribute").startTagOpen)
     throw Exception("XML serializer: attribute after the content of its element");
@@ -219,7 +223,7 @@ void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
   impl.buffer += ' ';
   appendName(impl.buffer, name);
   impl.buffer += "=\"";
-  if (value != nullptr) appendEscaped(impl.buffer, value, std::wcslen(value), Context::kAttribute);
+  if (value != nullptr) appendEscaped(impl.buffer, value, length, Context::kAttribute);
   impl.buffer += '"';
   impl.flushIfLarge();
 }

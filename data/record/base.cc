@@ -47,16 +47,29 @@ Base::Base()
 
 Base::Base(IDataStore* store, unsigned offset) : Base() {
   store_ = store;
+  load(offset);
+}
+
+void Base::load(unsigned offset) {
   offset_ = offset;
-  const unsigned size = store->size(offset);
-  if (size == 0) return;
-  capacity_ = allocator(size);
-  buffer_ = static_cast<unsigned char*>(PooledHeap::malloc(capacity_));
+  const unsigned size = store_->size(offset);
+  // Past the bytes the last record used, the buffer is zero already.
+  unsigned dirty = used_;
+  if (size > capacity_) {
+    release();
+    capacity_ = allocator(size);
+    buffer_ = static_cast<unsigned char*>(PooledHeap::malloc(capacity_));
+    dirty = capacity_;
+  }
   // Reading at most what was sized keeps the buffer safe even if a caller outside the store
-  // lock resized the record in between; under the lock this is the whole record. Only the
-  // bytes the read did not fill are zeroed.
-  used_ = store->read(offset, buffer_, size);
-  std::memset(buffer_ + used_, 0, capacity_ - used_);
+  // lock resized the record in between; under the lock this is the whole record.
+  try {
+    used_ = size == 0 ? 0 : store_->read(offset, buffer_, size);
+  } catch (...) {
+    release();  // the buffer may hold part of a read: nothing of it is kept
+    throw;
+  }
+  if (dirty > used_) std::memset(buffer_ + used_, 0, dirty - used_);
 }
 
 Base::Base(IDataStore* store, unsigned size, tType type) : Base() {
@@ -152,14 +165,14 @@ unsigned Base::arrayStart(unsigned fixed, const unsigned* selectors, unsigned co
   return start;
 }
 
-core::string::WideString Base::arrayString(unsigned start, unsigned length) const {
-  if (length < 4 || start >= used_) return core::string::WideString();
+std::wstring_view Base::arrayText(unsigned start, unsigned length) const {
+  if (length < 4 || start >= used_) return {};
   const wchar_t* text = reinterpret_cast<const wchar_t*>(buffer_ + start);
   unsigned units = std::min(length, used_ - start) / 4;
   unsigned n = 0;
   while (n < units && text[n] != 0)
     ++n;
-  return core::string::WideString(text, n);
+  return {text, n};
 }
 
 void Base::replaceArray(unsigned fixed, const unsigned* selectors, unsigned count,

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/string.h"
@@ -55,6 +56,9 @@ class Base {
   Base();
   // Loads the record at `offset` whole.
   Base(IDataStore* store, unsigned offset);
+  // Loads the record at `offset` whole in place of the one held, keeping the buffer when it
+  // is large enough: a walk that only reads allocates for its largest record alone.
+  void load(unsigned offset);
   // A fresh record of `size` zero bytes with kind `type`; the store sees it at update().
   Base(IDataStore* store, unsigned size, tType type);
   virtual ~Base();
@@ -110,9 +114,9 @@ class Base {
   // size and every array selector of the kind in storage order.
   unsigned arrayStart(unsigned fixed, const unsigned* selectors, unsigned count,
                       unsigned selector) const;
-  // The wide string stored in an array: empty for an empty array, and never read past the
-  // array even when its terminator is missing.
-  core::string::WideString arrayString(unsigned start, unsigned length) const;
+  // The wide text stored in an array, up to its terminator: empty for an empty array, and
+  // never past the array even when the terminator is missing. The view lies in the buffer.
+  std::wstring_view arrayText(unsigned start, unsigned length) const;
   // Replaces the array at `selector` by `length` bytes of `data` and writes the record. The
   // new buffer is not zero-filled; with a selector that is not one of `selectors`, the
   // arrays are not carried over.

@@ -50,6 +50,14 @@ Entity::Entity(IDataStore* store, unsigned offset) : Base(store, offset) {
   if (used() != 0) check();
 }
 
+bool Entity::load(unsigned offset) {
+  Base::load(offset);
+  const tType kind = id();
+  if (kind != kRoot && kind != kPrimitive && kind != kTable && kind != kContainer) return false;
+  check();
+  return true;
+}
+
 void Entity::expect(tType kind) const {
   if (used() != 0 && id() != kind)
     damaged("a record of kind " + std::to_string(id()) + " where one of kind " +
@@ -147,7 +155,12 @@ unsigned Entity::arrayStart(unsigned selector) const {
 }
 
 core::string::WideString Entity::string(unsigned selector) const {
-  return arrayString(arrayStart(selector), length(selector));
+  const std::wstring_view held = text(selector);
+  return core::string::WideString(held.data(), static_cast<unsigned>(held.size()));
+}
+
+std::wstring_view Entity::text(unsigned selector) const {
+  return arrayText(arrayStart(selector), length(selector));
 }
 
 void Entity::arrays(unsigned selector, const void* data, unsigned length) {

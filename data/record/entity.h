@@ -25,6 +25,10 @@ class Entity : public Base {
   // "damaged record at offset N: ..." when it fails; a record that is not there loads empty
   // and is not checked.
   Entity(IDataStore* store, unsigned offset);
+  // Loads and checks the entity at `offset` in place of the one held (see Base::load); false,
+  // with nothing to read, where no entity is (no record, a list or a locale table). A damaged
+  // entity throws as the constructor does.
+  bool load(unsigned offset);
   // A fresh, unwritten record: parent and locale BADOFF, count and flags 0.
   Entity(IDataStore* store, unsigned size, tType kind);
 
@@ -48,6 +52,8 @@ class Entity : public Base {
   unsigned length(unsigned selector) const { return get32(selector); }
   // The wide string held by the array at `selector`; empty when the array is.
   core::string::WideString string(unsigned selector) const;
+  // The same text as a view into the buffer.
+  std::wstring_view text(unsigned selector) const;
   // Replaces the array at `selector` and writes the record (see Base::replaceArray).
   void arrays(unsigned selector, const void* data, unsigned length);
   // Stores `text` with its terminator in the array at `selector`, or empties it for null.

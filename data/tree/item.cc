@@ -146,28 +146,34 @@ void Item::cleanup() {
   locale_ = IDataStore::BADOFF;
 }
 
-void Item::setupLocales() {
-  Record::Locale table(store_, locale_);
+void localizedNames(const Record::Locale& table, std::vector<tLocalized>& out) {
+  out.clear();
   if (table.used() < 8) return;
   unsigned length = std::min(table.length(), table.used() - 8);
-  if (length < 4) return;
   const wchar_t* units = reinterpret_cast<const wchar_t*>(table.payload());
-  // Zero-terminated strings alternate identifier and text; an identifier left without a
-  // text at the end is dropped.
-  std::unique_ptr<tName> pending;
+  std::wstring_view locale;
+  bool pending = false;  // a locale is read and waits for its text
   unsigned start = 0;
   for (unsigned i = 0, count = length / 4; i < count; ++i) {
     if (units[i] != 0) continue;
-    WideString text(units + start, i - start);
+    std::wstring_view text(units + start, i - start);
     start = i + 1;
-    if (!pending) {
-      pending.reset(new tName);
-      pending->locale = text;
-      continue;
-    }
-    pending->text = text;
-    append(pending.get());
-    pending.release();
+    if (!pending) locale = text;
+    if (pending) out.push_back({locale, text});
+    pending = !pending;
+  }
+}
+
+void Item::setupLocales() {
+  Record::Locale table(store_, locale_);
+  std::vector<tLocalized> entries;
+  localizedNames(table, entries);
+  for (const tLocalized& entry : entries) {
+    std::unique_ptr<tName> name(new tName);
+    name->locale = WideString(entry.locale.data(), static_cast<unsigned>(entry.locale.size()));
+    name->text = WideString(entry.text.data(), static_cast<unsigned>(entry.text.size()));
+    append(name.get());
+    name.release();
   }
 }
 

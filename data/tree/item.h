@@ -3,16 +3,32 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "data/tree/name_index.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/string.h"
 
+namespace kestrine::platform::data::Record {
+class Locale;
+}  // namespace kestrine::platform::data::Record
+
 namespace kestrine::platform::data::Metadata {
 
 using core::storage::datastore::IDataStore;
 using core::string::WideString;
+
+// One entry of an item's locale table, as views into the table's bytes; each is followed by
+// its terminator.
+struct tLocalized {
+  std::wstring_view locale;
+  std::wstring_view text;
+};
+
+// The entries of a locale table in list order, into `out`. The table holds zero-terminated
+// strings, locale and text in turn; a locale left without a text at the end is dropped.
+void localizedNames(const Record::Locale& table, std::vector<tLocalized>& out);
 
 // The in-memory handle of one entity record (root, container, primitive or table) and the
 // base of every metadata object. It keeps the store, the record's offset, snapshots of the

@@ -60,10 +60,7 @@ SetIndex& Set::state() const {
   if (shared_ == nullptr || serial_ != cache->serial() || shared_->detached) {
     if (shared_ != nullptr && serial_ == cache->serial()) cache->release(shared_);
     shared_ = nullptr;
-    shared_ = cache->acquire(offset_, [this](SetIndex& index) {
-      index.children = ParentRecord(store_, offset_).children();
-      fill(index);
-    });
+    shared_ = cache->acquire(offset_, builder(store_, offset_));
     serial_ = cache->serial();
   }
   return *shared_;
@@ -73,21 +70,28 @@ SetIndex& Set::ownState() const {
   if (!own_) {
     own_ = std::make_unique<SetIndex>();
     own_->children = children_;
-    if (populated_) fill(*own_);
+    if (populated_) fill(store_, *own_);
   }
   return *own_;
 }
 
-void Set::fill(SetIndex& index) const {
+void Set::fill(IDataStore* store, SetIndex& index) {
   if (index.children == IDataStore::BADOFF) return;
-  Record::Offsets list(store_, index.children);
+  Record::Offsets list(store, index.children);
   index.names.reserve(list.items());
   WideString name;
   for (unsigned i = 0, n = list.items(); i < n; ++i) {
     unsigned child = list.get(i);
     // A later child whose name is taken stays in the list, unindexed.
-    if (childKind(Record::peekName(store_, child, name))) index.names.insert(name.string(), child);
+    if (childKind(Record::peekName(store, child, name))) index.names.insert(name.string(), child);
   }
+}
+
+IndexCache::Builder Set::builder(IDataStore* store, unsigned offset) {
+  return [store, offset](SetIndex& index) {
+    index.children = ParentRecord(store, offset).children();
+    fill(store, index);
+  };
 }
 
 void Set::populate() {
@@ -117,10 +121,28 @@ unsigned Set::at(unsigned i) const {
 }
 
 void Set::entries(std::vector<unsigned>& out) const {
-  SetIndex& index = state();
+  listed(store_, state(), out);
+}
+
+void Set::entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out) {
+  IndexCache* cache = IndexCache::current(store);
+  if (cache == nullptr) {
+    SetIndex index;
+    builder(store, offset)(index);
+    listed(store, index, out);
+    return;
+  }
+  cache->check();
+  // A failure leaves the pin to the end of the scope, which drops every pin of it.
+  IndexCache::Entry* index = cache->acquire(offset, builder(store, offset));
+  listed(store, *index, out);
+  cache->release(index);
+}
+
+void Set::listed(IDataStore* store, const SetIndex& index, std::vector<unsigned>& out) {
   out.assign(index.names.size(), IDataStore::BADOFF);
   if (index.children == IDataStore::BADOFF) return;
-  Record::Offsets list(store_, index.children);
+  Record::Offsets list(store, index.children);
   // A list that is not there loads empty, without bytes to point into.
   std::size_t count = std::min<std::size_t>(out.size(), list.items());
   if (count != 0) std::copy_n(list.get(), count, out.begin());

@@ -45,6 +45,9 @@ class Set : public Item {
   unsigned at(unsigned i) const;
   // Entries 0 to items() - 1, as at() gives them, into `out`, reading the list once.
   void entries(std::vector<unsigned>& out) const;
+  // The same for the set record at `offset` without opening it: no reference count is taken,
+  // and nothing but the index is read (inside a scope, the shared one).
+  static void entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out);
   // The child indexed under exactly `name`, or BADOFF.
   unsigned find(const wchar_t* name) const;
   // A child by dotted path: the first name by find(), the rest by a finder from there.
@@ -106,7 +109,11 @@ class Set : public Item {
   SetIndex& state() const;
   SetIndex& ownState() const;
   // Fills `index` from the children list that `index.children` names.
-  void fill(SetIndex& index) const;
+  static void fill(IDataStore* store, SetIndex& index);
+  // Builds the index of the set record at `offset`.
+  static IndexCache::Builder builder(IDataStore* store, unsigned offset);
+  // The first entries of the children list, as many as `index` names.
+  static void listed(IDataStore* store, const SetIndex& index, std::vector<unsigned>& out);
   // Frees a child's record, and forgets the shared index of a set that was there.
   void release(unsigned offset);
 

@@ -33,12 +33,7 @@ Table::Table(IDataStore* store, unsigned offset, bool shallow) : defaults_(IData
   children_ = record.children();
   defaults_ = record.defaults();
   locale_ = record.locale();
-  if (defaults_ != IDataStore::BADOFF) {
-    Record::Offsets list(store, defaults_);
-    // emplace keeps the first pair of a group that occurs twice.
-    for (unsigned i = 0, n = list.items(); i < n; i += 2)
-      groups_.emplace(groupOf(static_cast<units::tUnit>(list.get(i))), i / 2);
-  }
+  if (defaults_ != IDataStore::BADOFF) groups_ = groupsOf(Record::Offsets(store, defaults_));
   if (!shallow) populate();
   // Counted last, so that a constructor that fails leaves the count as it was.
   record.ref();
@@ -68,14 +63,36 @@ unsigned Table::defaults(units::tUnit unit, metadata::tValue type) {
   return 1;
 }
 
+std::map<units::tUnitGroup, unsigned> Table::groupsOf(const Record::Offsets& list) {
+  std::map<units::tUnitGroup, unsigned> groups;
+  // emplace keeps the first pair of a group that occurs twice.
+  for (unsigned i = 0, n = list.items(); i < n; i += 2)
+    groups.emplace(groupOf(static_cast<units::tUnit>(list.get(i))), i / 2);
+  return groups;
+}
+
+std::uint32_t Table::pair(const Record::Offsets& list, units::tUnitGroup group, unsigned index,
+                          unsigned entry) {
+  unsigned at = 2 * index + entry;
+  return group != 0 && at < list.items() ? list.get(at) : 0;
+}
+
 // Entry `entry` (0 unit, 1 type) of the group's pair, or 0 when the group has none.
 std::uint32_t Table::pair(units::tUnitGroup group, unsigned entry) const {
   if (group == 0) return 0;
   auto found = groups_.find(group);
   if (found == groups_.end()) return 0;
-  Record::Offsets list(store_, defaults_);
-  unsigned at = 2 * found->second + entry;
-  return at < list.items() ? list.get(at) : 0;
+  return pair(Record::Offsets(store_, defaults_), group, found->second, entry);
+}
+
+std::vector<Table::tDefault> Table::defaults(IDataStore* store, unsigned list) {
+  std::vector<tDefault> defaults;
+  if (list == IDataStore::BADOFF) return defaults;
+  Record::Offsets pairs(store, list);
+  for (const auto& [group, index] : groupsOf(pairs))
+    defaults.push_back({static_cast<units::tUnit>(pair(pairs, group, index, 0)),
+                        static_cast<metadata::tValue>(pair(pairs, group, index, 1))});
+  return defaults;
 }
 
 units::tUnit Table::units(units::tUnitGroup group) const {

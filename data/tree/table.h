@@ -9,6 +9,10 @@
 #include "kestrine/platform/data/metadata/value.h"
 #include "kestrine/platform/data/units.h"
 
+namespace kestrine::platform::data::Record {
+class Offsets;
+}  // namespace kestrine::platform::data::Record
+
 namespace kestrine::platform::data::Design {
 
 using Metadata::IDataStore;
@@ -39,6 +43,14 @@ class Table : public Metadata::Set {
   metadata::tValue valuetype(units::tUnitGroup group) const;
   // The groups with defaults, ascending by group value.
   std::vector<units::tUnitGroup> groups() const;
+  // One group's default as units() and valuetype() give it.
+  struct tDefault {
+    units::tUnit unit;
+    metadata::tValue type;
+  };
+  // The default of every group of the defaults list at `list` (a table record's field), in
+  // the order of groups(), read without opening the table.
+  static std::vector<tDefault> defaults(IDataStore* store, unsigned list);
   // The inherited schema paths; null when none.
   const wchar_t* base() const;
   // Takes over the members of every layout of the schema's chain (cloned, added, hidden)
@@ -56,6 +68,11 @@ class Table : public Metadata::Set {
 
  private:
   std::uint32_t pair(units::tUnitGroup group, unsigned entry) const;
+  // Entry `entry` of the pair at `index` of `list`; 0 for group 0 or past the list's end.
+  static std::uint32_t pair(const Record::Offsets& list, units::tUnitGroup group, unsigned index,
+                            unsigned entry);
+  // Each group's pair index in `list`: the first pair of a group that occurs twice.
+  static std::map<units::tUnitGroup, unsigned> groupsOf(const Record::Offsets& list);
 
   std::map<units::tUnitGroup, unsigned> groups_;
   unsigned defaults_;

@@ -37,10 +37,6 @@ Element::Element(IDataStore* store) : store_(store), substate_(kNoSub) {}
 
 Element::~Element() = default;
 
-const wchar_t* Element::wname() const {
-  return nullptr;
-}
-
 unsigned Element::type() const {
   return 6;
 }
@@ -71,10 +67,6 @@ bool Element::sub(const char* name, const char** attributes) {
     return true;
   }
   if (std::strcmp(name, "name") == 0) return acceptName(attributes);
-  return false;
-}
-
-bool Element::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
   return false;
 }
 
@@ -161,32 +153,6 @@ bool Element::localize(Metadata::Item* item, const char* text) {
   item->localize(name.string(), locale.string());
   substate_ = kNoSub;
   return true;
-}
-
-void Element::begin(core::xml::XMLSerializer* writer, const wchar_t* tag, Metadata::Item* item) {
-  writer->startElement(tag);
-  writer->addAttribute(L"name", item->tag());
-}
-
-void Element::attribute(core::xml::XMLSerializer* writer, const wchar_t* name,
-                        const wchar_t* value) {
-  if (value != nullptr) writer->addAttribute(name, value);
-}
-
-void Element::optional(Metadata::Item* item, core::xml::XMLSerializer* writer) const {
-  if (exact_ && (item->flags() & 0x01) != 0) writer->addAttribute(L"optional", L"true");
-}
-
-void Element::names(Metadata::Item* item, core::xml::XMLSerializer* writer) {
-  unsigned count = item->locales();
-  for (unsigned i = 0; i < count; ++i) {
-    WideString text, locale;
-    item->locale(i, text, locale);
-    writer->startElement(L"name");
-    writer->addAttribute(L"locale", locale.string());
-    writer->characters(text.string(), text.length());
-    writer->endElement();
-  }
 }
 
 }  // namespace kestrine::platform::data::XML

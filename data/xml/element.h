@@ -20,12 +20,11 @@ using core::storage::datastore::IDataStore;
 using core::string::WideString;
 
 // The handler of one element name of the XML format: it creates the item that a start tag
-// describes, nests children into it, gives it the element's text, and writes an item back as
-// that element. The parsing driver registers one handler per name and lets it serve every
-// element of that name in a document, so what a handler remembers (its sub-state above all)
-// carries over from one element to the next.
+// describes, nests children into it, and gives it the element's text. The parsing driver registers
+// one handler per name and lets it serve every element of that name in a document, so what a
+// handler remembers (its sub-state above all) carries over from one element to the next.
 //
-// A handler belongs to one parse or one rendering on one thread. Items it returns are owned
+// A handler belongs to one parse on one thread. Items it returns are owned
 // by the caller. Store failures pass through.
 class Element {
  public:
@@ -44,8 +43,6 @@ class Element {
 
   // The element name the handler serves, lower-case ASCII.
   virtual const char* name() const = 0;
-  // The same as a wide string, for writing; null here.
-  virtual const wchar_t* wname() const;
   // The record kind the handler makes (0 root, 1 primitive, 2 table, 4 container); 6 here.
   virtual unsigned type() const;
   // A new item from a start tag's attributes (a null-terminated name/value array, UTF-8);
@@ -67,19 +64,11 @@ class Element {
   // "val", or "name" with its "locale" attribute ("en-us" when absent), while no other
   // sub-element is pending.
   virtual bool sub(const char* name, const char** attributes);
-  // Writes the item's start tag, attributes, localized names and values, leaving the
-  // element open for the caller to close after the children; false when nothing was
-  // written (here always).
-  virtual bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer);
 
   // Why the last open or nest returned null.
   const WideString& message() const { return message_; }
   // Where a thorough parse takes the handler's remarks; null (the default) for none.
   void remarks(Remarks* remarks) { remarks_ = remarks; }
-  // Whether serialize() writes what the described export leaves out, so that a tree survives
-  // export and import: floating values in the fewest digits that read back bit for bit, and
-  // optional="true" on containers and tables. Off by default.
-  void exact(bool exact) { exact_ = exact; }
   // The current sub-state (see tSubState).
   std::int32_t substate() const { return substate_; }
 
@@ -132,23 +121,8 @@ class Element {
   // The same for a text of the document, within quotes: "<before>'<quoted>'<after>".
   void remark(const wchar_t* before, const WideString& quoted, const wchar_t* after) const;
 
-  // Starts element `tag` with the item's "name" attribute.
-  static void begin(core::xml::XMLSerializer* writer, const wchar_t* tag, Metadata::Item* item);
-  // Adds an attribute unless `value` is null.
-  static void attribute(core::xml::XMLSerializer* writer, const wchar_t* name,
-                        const wchar_t* value);
-  // Writes one "name" element per localized name of the item, in index order.
-  static void names(Metadata::Item* item, core::xml::XMLSerializer* writer);
-  // In an exact export, optional="true" for an optional item.
-  void optional(Metadata::Item* item, core::xml::XMLSerializer* writer) const;
-  // The digits of floating values this export writes.
-  Values::FloatDigits digits() const {
-    return exact_ ? Values::FloatDigits::kShortest : Values::FloatDigits::kSeven;
-  }
-
   IDataStore* store_;
   Remarks* remarks_ = nullptr;
-  bool exact_ = false;
   WideString message_;
   std::int32_t substate_;
   // The locale of the open "name" sub-element.

@@ -35,12 +35,6 @@ void components(metadata::IStructLayout* layout, std::size_t structs, Visit visi
   }
 }
 
-std::vector<char> valuesOf(Design::Primitive& primitive) {
-  std::vector<char> values(primitive.valuesize());
-  primitive.get(values.data(), 0, primitive.dimension());
-  return values;
-}
-
 // Appends one number's text to a blank-separated block.
 void appendToken(std::string& out, const char* token, std::size_t length) {
   if (!out.empty()) out += ' ';
@@ -51,19 +45,31 @@ void appendToken(std::string& out, const char* token, std::size_t length) {
 
 std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
                                                Values::FloatDigits digits) {
+  // In URI mode there are no elements, and no values to write.
+  const bool held = primitive.dimension() != 0;
+  values_.assign(held ? primitive.valuesize() : 0, 0);
+  if (held) primitive.get(values_.data(), 0, primitive.dimension());
+  const wchar_t* base = primitive.base();
+  return write(tValues{primitive.valuetype(),
+                       {values_.data(), values_.size()},
+                       base != nullptr ? std::wstring_view(base) : std::wstring_view()},
+               digits);
+}
+
+std::vector<std::wstring> PrimitiveText::write(const tValues& values, Values::FloatDigits digits) {
   std::vector<std::wstring> blocks;
-  if (primitive.uri() != nullptr || primitive.dimension() == 0) return blocks;
-  switch (Values::traits(primitive.valuetype()).text) {
+  const unsigned width = Values::traits(values.type).elementSize;
+  if (width == 0 || values.bytes.size() < width) return blocks;
+  switch (Values::traits(values.type).text) {
     case tTextForm::kBase64: {
-      std::vector<char> bytes = valuesOf(primitive);
       WideString text = StringAlgorithm::UTF8Decode(
-          StringAlgorithm::EncodeBase64(bytes.data(), bytes.size()).c_str());
+          StringAlgorithm::EncodeBase64(values.bytes.data(), values.bytes.size()).c_str());
       blocks.emplace_back(text.string(), text.length());
       break;
     }
     case tTextForm::kStrings: {
-      std::vector<wchar_t> characters(primitive.dimension());
-      primitive.get(reinterpret_cast<char*>(characters.data()), 0, primitive.dimension());
+      std::vector<wchar_t> characters(values.bytes.size() / width);
+      std::memcpy(characters.data(), values.bytes.data(), characters.size() * width);
       // Strings end at their terminators; a last one without is still a string.
       std::size_t start = 0;
       for (std::size_t i = 0; i < characters.size(); ++i) {
@@ -78,7 +84,7 @@ std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
     case tTextForm::kNumbers:
     case tTextForm::kStruct: {
       std::string text;
-      if (writeNumbers(primitive, digits, text)) blocks.emplace_back(text.begin(), text.end());
+      if (writeNumbers(values, digits, text)) blocks.emplace_back(text.begin(), text.end());
       break;
     }
     case tTextForm::kNone:
@@ -87,56 +93,49 @@ std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
   return blocks;
 }
 
-bool PrimitiveText::writeNumbers(Design::Primitive& primitive, Values::FloatDigits digits,
+bool PrimitiveText::writeNumbers(const tValues& values, Values::FloatDigits digits,
                                  std::string& out) {
   out.clear();
-  if (primitive.uri() != nullptr || primitive.dimension() == 0) return false;
-  switch (Values::traits(primitive.valuetype()).text) {
+  const unsigned width = Values::traits(values.type).elementSize;
+  if (width == 0 || values.bytes.size() < width) return false;
+  switch (Values::traits(values.type).text) {
     case tTextForm::kNumbers:
-      numbers(primitive, digits, out);
+      numbers(values, digits, out);
       return true;
     case tTextForm::kStruct:
-      return structs(primitive, digits, out);
+      return structs(values, digits, out);
     default:
       return false;
   }
 }
 
-void PrimitiveText::load(Design::Primitive& primitive) {
-  values_.resize(primitive.valuesize());
-  primitive.get(values_.data(), 0, primitive.dimension());
-}
-
-void PrimitiveText::numbers(Design::Primitive& primitive, Values::FloatDigits digits,
-                            std::string& out) {
-  load(primitive);
-  metadata::tValue type = primitive.valuetype();
-  unsigned width = Design::Primitive::stride(type);
+void PrimitiveText::numbers(const tValues& values, Values::FloatDigits digits, std::string& out) {
+  const unsigned width = Values::traits(values.type).elementSize;
+  const char* bytes = values.bytes.data();
   char number[Values::kNumberTextSize];
-  for (std::size_t at = 0; at + width <= values_.size(); at += width)
-    appendToken(out, number, Values::printNumber(type, values_.data() + at, number, digits));
+  for (std::size_t at = 0; at + width <= values.bytes.size(); at += width)
+    appendToken(out, number, Values::printNumber(values.type, bytes + at, number, digits));
 }
 
-metadata::IStructLayout* PrimitiveText::layout(Design::Primitive& primitive,
+metadata::IStructLayout* PrimitiveText::layout(std::wstring_view base,
                                                core::memory::SharedPtr<metadata::ISchema>& schema) {
-  if (locator_ == nullptr || primitive.base() == nullptr) return nullptr;
-  schema = locator_->resolve(primitive.base());
+  if (locator_ == nullptr || base.empty()) return nullptr;
+  schema = locator_->resolve(WideString(base.data(), static_cast<unsigned>(base.size())));
   return schema ? schema->layout() : nullptr;
 }
 
-bool PrimitiveText::structs(Design::Primitive& primitive, Values::FloatDigits digits,
-                            std::string& out) {
+bool PrimitiveText::structs(const tValues& values, Values::FloatDigits digits, std::string& out) {
   core::memory::SharedPtr<metadata::ISchema> schema;
-  metadata::IStructLayout* layout = this->layout(primitive, schema);
+  metadata::IStructLayout* layout = this->layout(values.base, schema);
   if (layout == nullptr || layout->stride() == 0) return false;
-  load(primitive);
+  const std::string_view bytes = values.bytes;
   char number[Values::kNumberTextSize];
-  components(layout, values_.size() / layout->stride(),
+  components(layout, bytes.size() / layout->stride(),
              [&](metadata::tValue type, std::size_t position, unsigned) {
                // A component without a number form (a string member) reads back as zero.
-               bool fits = position + Design::Primitive::stride(type) <= values_.size();
+               bool fits = position + Design::Primitive::stride(type) <= bytes.size();
                std::size_t length =
-                   fits ? Values::printNumber(type, values_.data() + position, number, digits) : 0;
+                   fits ? Values::printNumber(type, bytes.data() + position, number, digits) : 0;
                if (length == 0) number[length++] = '0';
                appendToken(out, number, length);
                return true;
@@ -283,7 +282,9 @@ void PrimitiveText::remarkToken(const tWatch& watch, metadata::tValue type, cons
 
 void PrimitiveText::readStructs(Design::Primitive& primitive, const tWatch& watch) {
   core::memory::SharedPtr<metadata::ISchema> schema;
-  metadata::IStructLayout* layout = this->layout(primitive, schema);
+  const wchar_t* base = primitive.base();
+  metadata::IStructLayout* layout =
+      this->layout(base != nullptr ? std::wstring_view(base) : std::wstring_view(), schema);
   if (layout == nullptr || layout->values() == 0 || layout->fields() == 0) return;
   std::size_t count = tokens_.size() / layout->values();
   std::size_t bytes = count * layout->stride();

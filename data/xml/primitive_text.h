@@ -2,6 +2,7 @@
 #define KPL_DATA_XML_PRIMITIVE_TEXT_H_
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "data/values/number_text.h"
@@ -27,13 +28,22 @@ class PrimitiveText {
   // `locator` resolves the schemas of structs; without one, struct values have no text.
   explicit PrimitiveText(metadata::ISchemaLocator* locator) : locator_(locator) {}
 
-  // The blocks of the primitive's values; none when it has none, is in URI mode, or is a
-  // struct whose schema does not resolve.
+  // A primitive's values as they are written: its type, its value array (none in URI mode)
+  // and, for a struct, its schema.
+  struct tValues {
+    metadata::tValue type;
+    std::string_view bytes;
+    std::wstring_view base;
+  };
+
+  // The blocks of the values; none when there are none, in URI mode, or for a struct whose
+  // schema does not resolve.
+  std::vector<std::wstring> write(const tValues& values, Values::FloatDigits digits);
   std::vector<std::wstring> write(Design::Primitive& primitive, Values::FloatDigits digits);
   // For the numeric types and structs, whose values are one block of numbers, that block as
   // ASCII into `out` (true), or false when write() gives no block; false for the other types.
   // Saves writers of UTF-8 the detour through wide text.
-  bool writeNumbers(Design::Primitive& primitive, Values::FloatDigits digits, std::string& out);
+  bool writeNumbers(const tValues& values, Values::FloatDigits digits, std::string& out);
 
   // What a reader of a document watches for: where to remark what it passes over (null for
   // nowhere), and how many bytes a primitive's values may take (0: no limit).
@@ -68,11 +78,11 @@ class PrimitiveText {
   // Remarks a token that is no number (`stored` null) or that was stored otherwise.
   static void remarkToken(const tWatch& watch, metadata::tValue type, const char* token,
                           const char* stored);
-  void numbers(Design::Primitive& primitive, Values::FloatDigits digits, std::string& out);
-  bool structs(Design::Primitive& primitive, Values::FloatDigits digits, std::string& out);
-  // The primitive's value bytes, into values_.
-  void load(Design::Primitive& primitive);
-  metadata::IStructLayout* layout(Design::Primitive& primitive,
+  static void numbers(const tValues& values, Values::FloatDigits digits, std::string& out);
+  bool structs(const tValues& values, Values::FloatDigits digits, std::string& out);
+  // The struct layout of the schema `base`; null without a locator or when it does not
+  // resolve. `schema` keeps it alive.
+  metadata::IStructLayout* layout(std::wstring_view base,
                                   core::memory::SharedPtr<metadata::ISchema>& schema);
 
   metadata::ISchemaLocator* locator_;

@@ -11,7 +11,6 @@ using core::string::StringAlgorithm;
 namespace {
 
 const char* const kpNames[] = {"node", "group", "link"};
-const wchar_t* const kpWideNames[] = {L"node", L"group", L"link"};
 
 }  // namespace
 
@@ -21,10 +20,6 @@ XMLContainer::XMLContainer(IDataStore* store, structure::IContainer::tType kind,
 
 const char* XMLContainer::name() const {
   return kind_ <= structure::IContainer::kLink ? kpNames[kind_] : nullptr;
-}
-
-const wchar_t* XMLContainer::wname() const {
-  return kind_ <= structure::IContainer::kLink ? kpWideNames[kind_] : nullptr;
 }
 
 unsigned XMLContainer::type() const {
@@ -45,17 +40,6 @@ Metadata::Item* XMLContainer::open(const char** attributes) {
 
 Metadata::Item* XMLContainer::nest(Metadata::Item* parent, Metadata::Item* child) {
   return adopt(parent, child, kAddOrFail, kMerge, kMerge);
-}
-
-bool XMLContainer::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
-  auto* container = dynamic_cast<Structural::Container*>(item);
-  if (container == nullptr || wname() == nullptr) return false;
-  begin(writer, wname(), item);
-  attribute(writer, L"class", container->base());
-  if (kind_ == structure::IContainer::kLink) attribute(writer, L"to", container->info());
-  optional(item, writer);
-  names(item, writer);
-  return true;
 }
 
 }  // namespace kestrine::platform::data::XML

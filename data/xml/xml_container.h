@@ -16,15 +16,12 @@ class XMLContainer : public Element {
                metadata::ISchemaLocator* locator);
 
   const char* name() const override;
-  const wchar_t* wname() const override;
   unsigned type() const override;
   // A new Structural::Container of the handler's kind.
   Metadata::Item* open(const char** attributes) override;
   // Containers are added (refused when the name is taken); tables and primitives are
   // merged with a child of the same name; roots are refused.
   Metadata::Item* nest(Metadata::Item* parent, Metadata::Item* child) override;
-  // <node|group|link name=".." class=".." to="..">, then the localized names.
-  bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
 
  private:
   structure::IContainer::tType kind_;

@@ -19,10 +19,6 @@ const char* XMLPrimitive::name() const {
   return Values::traits(type_).name;
 }
 
-const wchar_t* XMLPrimitive::wname() const {
-  return Values::traits(type_).wideName;
-}
-
 unsigned XMLPrimitive::type() const {
   return 1;
 }
@@ -121,35 +117,6 @@ bool XMLPrimitive::set(Metadata::Item* item, const char* text) {
 
 void XMLPrimitive::close(Metadata::Item* item) {
   if (auto* primitive = dynamic_cast<Design::Primitive*>(item)) text_.finish(*primitive);
-}
-
-bool XMLPrimitive::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
-  auto* primitive = dynamic_cast<Design::Primitive*>(item);
-  if (primitive == nullptr || wname() == nullptr) return false;
-  begin(writer, wname(), item);
-  if (const wchar_t* units = _oUnits.wideUnit(primitive->units()))
-    writer->addAttribute(L"units", units);
-  attribute(writer, L"locale", primitive->valuelocale());
-  if (type_ == metadata::kStruct) attribute(writer, L"type", primitive->base());
-  attribute(writer, L"uri", primitive->uri());
-  names(item, writer);
-  auto block = [&](bool wrap, const auto& text) {
-    if (wrap) writer->startElement(L"val");
-    writer->characters(text.data(), text.size());
-    if (wrap) writer->endElement();
-  };
-  // Values go into "val" elements when the item has localized names, so that text never
-  // mixes with them, and whenever there are several strings. Numbers, the bulk of most
-  // documents, go out as ASCII without a wide copy.
-  if (text_.writeNumbers(*primitive, digits(), numbers_)) {
-    block(item->locales() > 0, numbers_);
-    return true;
-  }
-  std::vector<std::wstring> blocks = text_.write(*primitive, digits());
-  const bool wrap = blocks.size() > 1 || (!blocks.empty() && item->locales() > 0);
-  for (const std::wstring& text : blocks)
-    block(wrap, text);
-  return true;
 }
 
 }  // namespace kestrine::platform::data::XML

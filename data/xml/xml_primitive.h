@@ -25,7 +25,6 @@ class XMLPrimitive : public Element {
   XMLPrimitive(IDataStore* store, metadata::tValue type, metadata::ISchemaLocator* locator);
 
   const char* name() const override;
-  const wchar_t* wname() const override;
   unsigned type() const override;
   // A new Design::Primitive holding "dim" zero elements (or a vector's or matrix's fixed
   // count), or the "uri" in place of values. A struct needs "type" and a locator (else null
@@ -42,12 +41,6 @@ class XMLPrimitive : public Element {
   bool set(Metadata::Item* item, const char* text) override;
   // Writes the strings the "val" blocks appended.
   void close(Metadata::Item* item) override;
-  // The element with "name", "units", "locale", "type" (structs), "uri" (URI mode), the
-  // localized names, and the values unless there are none or the primitive is in URI mode.
-  // The values go into one "val" when the item has localized names, so that text never
-  // mixes with them; several strings each get their own "val". Struct values are written
-  // only with a locator that resolves the base.
-  bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
 
   // Refuses a primitive whose values would take more than `bytes` (0: no limit): its start
   // tag with "the values would take N bytes, more than the limit of M", its text by
@@ -63,8 +56,6 @@ class XMLPrimitive : public Element {
   unsigned long long limit_ = 0;
   // Per parse, so that documents parsed on several threads at once never share its buffers.
   PrimitiveText text_;
-  // The text of the numbers being written, kept for its capacity.
-  std::string numbers_;
 };
 
 }  // namespace kestrine::platform::data::XML

@@ -2,47 +2,35 @@
 
 #include <string>
 
-#include "data/tree/container.h"
+#include "data/record/base.h"
 #include "data/tree/descent.h"
-#include "data/tree/primitive.h"
+#include "data/units/units_dictionary.h"
+#include "data/values/number_text.h"
 #include "data/values/value_types.h"
-#include "data/xml/xml_container.h"
-#include "data/xml/xml_primitive.h"
-#include "data/xml/xml_root.h"
-#include "data/xml/xml_table.h"
 #include "kestrine/platform/core/exception.h"
+#include "kestrine/platform/core/string.h"
+#include "kestrine/platform/data/structure/container.h"
 
 namespace kestrine::platform::data::XML {
 
 using core::storage::datastore::IDataStore;
 
+namespace {
+
+const wchar_t* const kContainerTags[] = {L"node", L"group", L"link"};
+
+}  // namespace
+
 XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer* writer,
                                      metadata::ISchemaLocator* locator, unsigned offset,
                                      const format::xml::tExportOptions& options)
-    : store_(store),
-      writer_(writer),
-      root_(new XMLRoot(store)),
-      table_(new XMLTable(store, nullptr)) {
+    : store_(store), writer_(writer), exact_(options.exact), reader_(store), text_(locator) {
   written_.set_empty_key(IDataStore::BADOFF);
-  for (unsigned kind = structure::IContainer::kNode; kind <= structure::IContainer::kLink; ++kind)
-    containers_.emplace_back(
-        new XMLContainer(store, static_cast<structure::IContainer::tType>(kind), nullptr));
-  for (const Values::tValueTraits* type = Values::begin(); type != Values::end(); ++type) {
-    if (primitives_.size() <= type->type) primitives_.resize(type->type + 1);
-    primitives_[type->type].reset(new XMLPrimitive(store, type->type, locator));
-  }
-  for (Element* each : std::initializer_list<Element*>{root_.get(), table_.get()})
-    each->exact(options.exact);
-  for (auto& container : containers_)
-    container->exact(options.exact);
-  for (auto& primitive : primitives_)
-    if (primitive) primitive->exact(options.exact);
-
   writer_->emitXMLHeader();
   const bool wrap = options.inRoot && offset != 0 && Record::peek(store_, 0) == Record::kRoot;
   if (wrap) {
-    Design::Logic root(store_, 0, false);
-    root_->serialize(root.operator->(), writer_);
+    reader_.read(0);
+    root();
   }
   translate(offset);
   if (wrap) writer_->endElement(false);
@@ -50,67 +38,149 @@ XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer
 
 XMLRenderingLogic::~XMLRenderingLogic() = default;
 
-Element* XMLRenderingLogic::handler(Record::tType kind, unsigned type) {
-  switch (kind) {
-    case Record::kRoot:
-      return root_.get();
-    case Record::kTable:
-      return table_.get();
-    case Record::kContainer:
-      return type < containers_.size() ? containers_[type].get() : nullptr;
-    case Record::kPrimitive:
-      return type < primitives_.size() ? primitives_[type].get() : nullptr;
-    default:
-      return nullptr;
-  }
-}
-
 void XMLRenderingLogic::translate(unsigned offset) {
   // A loop over the open elements rather than recursion: the depth of a tree is bounded by
-  // memory, never by the stack.
-  std::deque<tOpen> open;
-  start(offset, open);
-  while (!open.empty()) {
-    tOpen& top = open.back();
-    if (top.next < top.children.size()) {
-      start(top.children[top.next++], open);
+  // memory, never by the stack. Levels keep their lists' buffers for the next element there.
+  std::vector<tOpen> open(1);
+  std::size_t depth = 0;
+  if (start(offset, 0, open[0])) depth = 1;
+  while (depth != 0) {
+    tOpen& top = open[depth - 1];
+    if (top.next == top.children.size()) {
+      --depth;
+      writer_->endElement(false);
       continue;
     }
-    open.pop_back();
-    writer_->endElement(false);
+    const unsigned child = top.children[top.next++];
+    if (open.size() == depth) open.emplace_back();
+    if (start(child, depth, open[depth])) ++depth;
   }
 }
 
-void XMLRenderingLogic::start(unsigned offset, std::deque<tOpen>& open) {
-  if (offset == IDataStore::BADOFF) return;
-  Metadata::Descent::check(offset, open.size());
+bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, tOpen& open) {
+  if (offset == IDataStore::BADOFF) return false;
+  Metadata::Descent::check(offset, depth);
   if (!written_.insert(offset).second) {
     throw core::Exception("damaged record at offset " + std::to_string(offset) +
                           ": listed twice in the tree, or in a cycle");
   }
-  open.emplace_back(store_, offset);
-  Design::Logic& logic = open.back().logic;
-  Metadata::Item* item = logic ? logic.operator->() : nullptr;
-  bool written = false;
-  if (item != nullptr && (item->flags() & 0x04) == 0) {
-    unsigned type = 0;
-    if (logic.kind() == Record::kPrimitive)
-      type = static_cast<Design::Primitive*>(item)->valuetype();
-    else if (logic.kind() == Record::kContainer)
-      type = static_cast<Structural::Container*>(item)->type();
-    Element* writer = handler(logic.kind(), type);
-    written = writer != nullptr && writer->serialize(item, writer_);
-    // A primitive's element is whole: it has no children to wait for.
-    if (written && logic.kind() == Record::kPrimitive) {
+  const Record::tType kind = reader_.read(offset);
+  if (kind == Record::kNoRecord || (reader_.flags() & Record::kHidden) != 0) return false;
+  switch (kind) {
+    case Record::kPrimitive:
+      primitive();
       writer_->endElement(false);
-      written = false;
-    }
+      return false;
+    case Record::kRoot:
+      root();
+      break;
+    case Record::kTable:
+      table();
+      break;
+    case Record::kContainer:
+      if (!container()) return false;
+      break;
+    default:
+      return false;
   }
-  // Only sets with a written start tag stay open for their children.
-  if (!written)
-    open.pop_back();
-  else
-    logic.set()->entries(open.back().children);
+  reader_.children(open.children);
+  open.next = 0;
+  return true;
+}
+
+void XMLRenderingLogic::root() {
+  const unsigned version = store_->version();
+  wchar_t text[Values::kNumberTextSize];
+  Values::printNumber(metadata::kUInt32, reinterpret_cast<const char*>(&version), text,
+                      Values::FloatDigits::kSeven);
+  writer_->startElement(L"root");
+  writer_->addAttribute(L"version", text);
+  const std::wstring_view name = reader_.name();
+  writer_->addAttribute(L"name", name.data(), name.size());
+  names();
+}
+
+bool XMLRenderingLogic::container() {
+  const unsigned type = reader_.containerType();
+  if (type > structure::IContainer::kLink) return false;
+  begin(kContainerTags[type]);
+  attribute(L"class", reader_.base());
+  if (type == structure::IContainer::kLink) attribute(L"to", reader_.info());
+  optional();
+  names();
+  return true;
+}
+
+void XMLRenderingLogic::table() {
+  begin(L"table");
+  attribute(L"class", reader_.base());
+  optional();
+  for (const Design::Table::tDefault& entry : reader_.defaults()) {
+    writer_->startElement(L"default");
+    writer_->addAttribute(L"unit", unitsDictionary().wideUnit(entry.unit));
+    if (const char* type = Values::traits(entry.type).defaultName)
+      writer_->addAttribute(L"type", core::string::StringAlgorithm::UTF8Decode(type).string());
+    writer_->endElement();
+  }
+  names();
+}
+
+void XMLRenderingLogic::primitive() {
+  const metadata::tValue type = reader_.valuetype();
+  begin(Values::traits(type).wideName);
+  if (const wchar_t* units = unitsDictionary().wideUnit(reader_.units()))
+    writer_->addAttribute(L"units", units);
+  attribute(L"locale", reader_.valueLocale());
+  const std::wstring_view base = type == metadata::kStruct ? reader_.base() : std::wstring_view();
+  attribute(L"type", base);
+  attribute(L"uri", reader_.uri());
+  names();
+  // Values go into "val" elements when the item has localized names, so that text never
+  // mixes with them, and whenever there are several strings. Numbers, the bulk of most
+  // documents, go out as ASCII without a wide copy.
+  const bool named = !reader_.names().empty();
+  const PrimitiveText::tValues values{type, reader_.values(), base};
+  const Values::FloatDigits digits =
+      exact_ ? Values::FloatDigits::kShortest : Values::FloatDigits::kSeven;
+  if (text_.writeNumbers(values, digits, numbers_)) {
+    block(named, numbers_);
+    return;
+  }
+  const std::vector<std::wstring> blocks = text_.write(values, digits);
+  const bool wrap = blocks.size() > 1 || (!blocks.empty() && named);
+  for (const std::wstring& text : blocks)
+    block(wrap, text);
+}
+
+template <class Text>
+void XMLRenderingLogic::block(bool wrap, const Text& text) {
+  if (wrap) writer_->startElement(L"val");
+  writer_->characters(text.data(), text.size());
+  if (wrap) writer_->endElement();
+}
+
+void XMLRenderingLogic::begin(const wchar_t* tag) {
+  writer_->startElement(tag);
+  const std::wstring_view name = reader_.name();
+  writer_->addAttribute(L"name", name.data(), name.size());
+}
+
+void XMLRenderingLogic::attribute(const wchar_t* name, std::wstring_view value) {
+  if (!value.empty()) writer_->addAttribute(name, value.data(), value.size());
+}
+
+void XMLRenderingLogic::optional() {
+  if (exact_ && (reader_.flags() & Record::kOptional) != 0)
+    writer_->addAttribute(L"optional", L"true");
+}
+
+void XMLRenderingLogic::names() {
+  for (const Metadata::tLocalized& entry : reader_.names()) {
+    writer_->startElement(L"name");
+    writer_->addAttribute(L"locale", entry.locale.data(), entry.locale.size());
+    writer_->characters(entry.text.data(), entry.text.size());
+    writer_->endElement();
+  }
 }
 
 }  // namespace kestrine::platform::data::XML

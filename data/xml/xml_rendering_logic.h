@@ -3,11 +3,12 @@
 
 #include <sparsehash/dense_hash_set>
 
-#include <deque>
-#include <memory>
+#include <string>
+#include <string_view>
 #include <vector>
 
-#include "data/tree/logic.h"
+#include "data/tree/item_reader.h"
+#include "data/xml/primitive_text.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/xml.h"
 #include "kestrine/platform/data/format/xml.h"
@@ -15,18 +16,24 @@
 
 namespace kestrine::platform::data::XML {
 
-class Element;
-class XMLContainer;
-class XMLPrimitive;
-class XMLRoot;
-class XMLTable;
-
-// Writes a subtree of a store as an XML document: each record is opened by its kind and
-// written by the handler of its element, then its children in list order. Hidden items
-// (flag 0x04) are left out with their whole subtree; records of other kinds are skipped.
-// Struct values are written only with a locator.
+// Writes a subtree of a store as an XML document: each record is read by its kind and written
+// as its element, then its children in list order. Hidden items (flag 0x04) are left out with
+// their whole subtree; records of other kinds are skipped. The elements:
+//   <root version=".." name="..">, then the localized names;
+//   <node|group|link name=".." class=".." to="..">, then the localized names;
+//   <table name=".." class="..">, one empty <default unit=".." type=".."/> per unit group in
+//     ascending group order ("type" left out for a value type without a default name), then
+//     the localized names;
+//   a primitive's element with "name", "units", "locale", "type" (structs), "uri" (URI mode),
+//     the localized names, and the values unless there are none or it is in URI mode. The
+//     values go into one "val" when the item has localized names, so that text never mixes
+//     with them; several strings each get their own "val". Struct values are written only
+//     with a locator that resolves the base.
+// An exact export (tExportOptions::exact) writes floating values in the fewest digits that
+// read back bit for bit, and optional="true" on optional containers and tables.
 //
-// Holds no state between calls and owns none of its pointers. One thread at a time.
+// Records are read in place, never opened as items: writing a tree moves no reference count
+// and copies no text out of a record. Owns none of its pointers. One thread at a time.
 class XMLRenderingLogic {
  public:
   // Writes the XML header and the record at `offset` with its subtree, as `options` say.
@@ -42,36 +49,45 @@ class XMLRenderingLogic {
   void translate(unsigned offset);
 
  private:
-  // A written start tag whose children are being written.
+  // A written start tag whose children are being written: they are listed once the tag is
+  // written, since nothing changes the store while the document is written.
   struct tOpen {
-    tOpen(core::storage::datastore::IDataStore* store, unsigned offset)
-        : logic(store, offset, false), next(0) {}
-    Design::Logic logic;
-    // The children to write, read once the start tag is written; nothing changes the store
-    // while the document is written.
     std::vector<unsigned> children;
-    unsigned next;
+    std::size_t next = 0;
   };
 
-  // Writes the record's start tag (a primitive's whole element) and opens it on `open`
-  // when it has children to write.
-  void start(unsigned offset, std::deque<tOpen>& open);
-
-  // The handler that writes a record of `kind` (a container's or primitive's `type`); null
-  // for a kind that has none.
-  Element* handler(Record::tType kind, unsigned type);
+  // Writes the record's start tag (a primitive's whole element); true when it is a set whose
+  // children are to be written next, listed in `open`.
+  bool start(unsigned offset, std::size_t depth, tOpen& open);
+  // The start tag of the record just read, by kind, with its attributes and localized names
+  // (a primitive's whole element but its end tag). A container of no known kind writes
+  // nothing and answers false.
+  void root();
+  bool container();
+  void table();
+  void primitive();
+  // Starts element `tag` with the record's "name" attribute.
+  void begin(const wchar_t* tag);
+  // Adds an attribute unless `value` is empty.
+  void attribute(const wchar_t* name, std::wstring_view value);
+  // In an exact export, optional="true" for an optional item.
+  void optional();
+  // One "name" element per localized name of the record, in list order.
+  void names();
+  // One block of values, in a "val" element when `wrap`.
+  template <class Text>
+  void block(bool wrap, const Text& text);
 
   core::storage::datastore::IDataStore* store_;
   core::xml::XMLSerializer* writer_;
+  const bool exact_;
+  Metadata::ItemReader reader_;
+  PrimitiveText text_;
   // Every record written. A tree lists each record once; in a damaged store a children list
   // may lead back up, or list one subtree many times over, and the output would grow without
   // bound.
   google::dense_hash_set<unsigned> written_;
-  // One handler per element name, made once for the whole document.
-  std::unique_ptr<XMLRoot> root_;
-  std::unique_ptr<XMLTable> table_;
-  std::vector<std::unique_ptr<XMLContainer>> containers_;
-  std::vector<std::unique_ptr<XMLPrimitive>> primitives_;
+  std::string numbers_;
 };
 
 }  // namespace kestrine::platform::data::XML

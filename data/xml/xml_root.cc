@@ -13,10 +13,6 @@ const char* XMLRoot::name() const {
   return "root";
 }
 
-const wchar_t* XMLRoot::wname() const {
-  return L"root";
-}
-
 unsigned XMLRoot::type() const {
   return 0;
 }
@@ -41,17 +37,6 @@ Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {
   Metadata::Item* adopted = adopt(parent, child, kAdd, kAdd, kRefuse);
   if (adopted != nullptr) added_.insert(name);
   return adopted;
-}
-
-bool XMLRoot::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
-  unsigned version = store_->version();
-  wchar_t text[Values::kNumberTextSize];
-  print(metadata::kUInt32, reinterpret_cast<const char*>(&version), text);
-  writer->startElement(wname());
-  writer->addAttribute(L"version", text);
-  writer->addAttribute(L"name", item->tag());
-  names(item, writer);
-  return true;
 }
 
 }  // namespace kestrine::platform::data::XML

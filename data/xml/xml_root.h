@@ -25,7 +25,6 @@ class XMLRoot : public Element {
   explicit XMLRoot(IDataStore* store, bool exclusive = false);
 
   const char* name() const override;
-  const wchar_t* wname() const override;
   unsigned type() const override;
   // A new Metadata::Root named by "name"; "version", when present, is read as an unsigned
   // 32-bit number (0 when unreadable) and stored as the store's format version.
@@ -33,8 +32,6 @@ class XMLRoot : public Element {
   // Containers and tables are added to the root's set (the child is taken even when the
   // set refuses its name, unless the root is exclusive); primitives and roots are refused.
   Metadata::Item* nest(Metadata::Item* parent, Metadata::Item* child) override;
-  // <root version=".." name="..">, then the localized names.
-  bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
 
  private:
   bool exclusive_;

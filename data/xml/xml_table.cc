@@ -17,10 +17,6 @@ const char* XMLTable::name() const {
   return "table";
 }
 
-const wchar_t* XMLTable::wname() const {
-  return L"table";
-}
-
 unsigned XMLTable::type() const {
   return 2;
 }
@@ -69,23 +65,6 @@ bool XMLTable::set(Metadata::Item* item, const char* text) {
   if (auto* table = dynamic_cast<Design::Table*>(item)) table->defaults(unit, type->type);
   substate_ = kNoSub;
   return false;
-}
-
-bool XMLTable::serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) {
-  auto* table = dynamic_cast<Design::Table*>(item);
-  if (table == nullptr) return false;
-  begin(writer, wname(), item);
-  attribute(writer, L"class", table->base());
-  optional(item, writer);
-  for (units::tUnitGroup group : table->groups()) {
-    writer->startElement(L"default");
-    writer->addAttribute(L"unit", _oUnits.wideUnit(table->units(group)));
-    if (const char* type = Values::traits(table->valuetype(group)).defaultName)
-      writer->addAttribute(L"type", StringAlgorithm::UTF8Decode(type).string());
-    writer->endElement();
-  }
-  names(item, writer);
-  return true;
 }
 
 }  // namespace kestrine::platform::data::XML

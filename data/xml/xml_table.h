@@ -16,7 +16,6 @@ class XMLTable : public Element {
   XMLTable(IDataStore* store, metadata::ISchemaLocator* locator);
 
   const char* name() const override;
-  const wchar_t* wname() const override;
   unsigned type() const override;
   // A new Design::Table.
   Metadata::Item* open(const char** attributes) override;
@@ -31,10 +30,6 @@ class XMLTable : public Element {
   // "default" stays pending, so every later sub-element of every table of the document is
   // refused.
   bool set(Metadata::Item* item, const char* text) override;
-  // <table name=".." class="..">, one empty <default unit=".." type=".."/> per unit group
-  // in ascending group order ("type" left out for a value type without a default name),
-  // then the localized names.
-  bool serialize(Metadata::Item* item, core::xml::XMLSerializer* writer) override;
 
  private:
   metadata::ISchemaLocator* locator_;

@@ -111,6 +111,8 @@ class KPL_CORE_API XMLSerializer {
   void startElement(const wchar_t* name);
   // Adds an attribute to the element just started (before any content of it).
   void addAttribute(const wchar_t* name, const wchar_t* value);
+  // The same with a value of `length` characters, which need no terminator.
+  void addAttribute(const wchar_t* name, const wchar_t* value, std::size_t length);
   // Text of the innermost open element; an empty text adds nothing (<x/> stays empty).
   void characters(const wchar_t* text);
   void characters(const wchar_t* text, std::size_t length);
