@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <cwchar>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ constexpr std::size_t kFlushBytes = 64 * 1024;
 // Indentation stops growing at this depth: a chain of a hundred thousand elements would
 // otherwise write gigabytes of spaces.
 constexpr std::size_t kIndentLevels = 64;
+constexpr char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 
 // The characters an XML 1.0 document can carry at all (production Char).
 bool isXMLChar(char32_t c) {
@@ -35,54 +37,88 @@ constexpr bool plain(char32_t c, Context context) {
   return c != '&' && c != '<' && c != '>' && (c != '"' || context == Context::kText);
 }
 
-// Appends `text` as UTF-8, escaped for where it goes. In attribute values, tab, newline and
-// carriage return are written as references because a parser normalises the literal
-// characters to spaces; in text, a literal carriage return would be read back as a newline.
-void appendEscaped(std::string& out, const wchar_t* text, std::size_t length, Context context) {
-  for (std::size_t i = 0; i < length; ++i) {
-    // Most text is runs of plain ASCII (names, numbers): those are copied a run at a time.
-    std::size_t run = i;
-    while (run < length && plain(utf8::codePoint(text[run]), context))
-      ++run;
-    while (i != run) {
-      char narrow[256];
-      const std::size_t count = std::min(run - i, sizeof narrow);
-      std::copy(text + i, text + i + count, narrow);
-      out.append(narrow, count);
-      i += count;
+// The pending output. Bytes are stored at a cursor into a buffer that grows only when a
+// piece outgrows it, so that writing a character is a store rather than a call.
+class Output {
+ public:
+  // Room for `n` more bytes, written from the answer on and then committed where they end.
+  char* room(std::size_t n) {
+    if (bytes_.size() - used_ < n) bytes_.resize(std::max(2 * bytes_.size(), used_ + n));
+    return bytes_.data() + used_;
+  }
+  void commit(const char* end) { used_ = static_cast<std::size_t>(end - bytes_.data()); }
+  void put(char c) {
+    *room(1) = c;
+    ++used_;
+  }
+  void put(const char* text, std::size_t length) {
+    std::memcpy(room(length), text, length);
+    used_ += length;
+  }
+  void put(const std::string& text) { put(text.data(), text.size()); }
+  const char* data() const { return bytes_.data(); }
+  std::size_t size() const { return used_; }
+  bool empty() const { return used_ == 0; }
+  void clear() { used_ = 0; }
+
+ private:
+  std::string bytes_;
+  std::size_t used_ = 0;
+};
+
+// Writes `c`, which is not plain(), as UTF-8 escaped for where it goes; where it ends. In
+// attribute values, tab, newline and carriage return are written as references because a
+// parser normalises the literal characters to spaces; in text, a literal carriage return
+// would be read back as a newline.
+char* escape(char32_t c, Context context, char* to) {
+  auto put = [&to](const char* reference) {
+    const std::size_t length = std::strlen(reference);
+    std::memcpy(to, reference, length);
+    return to + length;
+  };
+  if (context != Context::kName) {
+    switch (c) {
+      case '&':
+        return put("&amp;");
+      case '<':
+        return put("&lt;");
+      case '>':  // always, so that "]]>" never appears in text
+        return put("&gt;");
+      case '\r':
+        return put("&#xD;");
     }
-    if (i == length) return;
-    char32_t c = utf8::codePoint(text[i]);
-    if (context != Context::kName) {
+    if (context == Context::kAttribute) {
       switch (c) {
-        case '&':
-          out += "&amp;";
-          continue;
-        case '<':
-          out += "&lt;";
-          continue;
-        case '>':  // always, so that "]]>" never appears in text
-          out += "&gt;";
-          continue;
-        case '\r':
-          out += "&#xD;";
-          continue;
-      }
-      if (context == Context::kAttribute) {
-        switch (c) {
-          case '"':
-            out += "&quot;";
-            continue;
-          case '\t':
-            out += "&#x9;";
-            continue;
-          case '\n':
-            out += "&#xA;";
-            continue;
-        }
+        case '"':
+          return put("&quot;");
+        case '\t':
+          return put("&#x9;");
+        case '\n':
+          return put("&#xA;");
       }
     }
-    utf8::append(out, isXMLChar(c) ? c : utf8::kReplacement);
+  }
+  return utf8::encode(isXMLChar(c) ? c : utf8::kReplacement, to);
+}
+
+// Appends `text` as UTF-8, escaped for where it goes, a slice at a time: each character takes
+// at most 6 bytes ("&quot;"), and a slice's room is asked for once.
+void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context context) {
+  constexpr std::size_t kSlice = 4096;
+  constexpr std::size_t kWidest = 6;
+  while (length != 0) {
+    const std::size_t count = std::min(length, kSlice);
+    char* to = out.room(count * kWidest);
+    for (std::size_t i = 0; i < count; ++i) {
+      const char32_t c = utf8::codePoint(text[i]);
+      if (plain(c, context))
+        *to++ = static_cast<char>(c);
+      else
+        to = escape(c, context, to);
+    }
+    out.commit(to);
+    text += count;
+    length -= count;
   }
 }
 
@@ -94,7 +130,7 @@ constexpr std::array<bool, 256> kPlainInText = [] {
   return table;
 }();
 
-void appendName(std::string& out, const wchar_t* name) {
+void appendName(Output& out, const wchar_t* name) {
   appendEscaped(out, name, std::wcslen(name), Context::kName);
 }
 
@@ -111,7 +147,7 @@ struct XMLSerializer::Impl {
 
   KPLUUID id;
   io::IDataWriter* writer = nullptr;
-  std::string buffer;
+  Output buffer;
   std::vector<Open> open;
   // Open elements that have received character data. While there is one, everything written
   // is part of its text, so no whitespace may be added.
@@ -121,16 +157,15 @@ struct XMLSerializer::Impl {
 
   void flush() {
     if (writer == nullptr || buffer.empty()) return;
-    // Emptied first, so that a failing writer leaves no half-sent buffer behind.
-    std::string pending;
-    pending.swap(buffer);
-    for (std::size_t at = 0; at < pending.size();) {
-      unsigned piece = static_cast<unsigned>(std::min<std::size_t>(pending.size() - at, 1u << 30));
-      writer->write(pending.data() + at, piece);
+    // Emptied first, so that a failing writer leaves no half-sent buffer behind; the bytes
+    // stay where they are until the next write.
+    const std::size_t size = buffer.size();
+    buffer.clear();
+    for (std::size_t at = 0; at < size;) {
+      unsigned piece = static_cast<unsigned>(std::min<std::size_t>(size - at, 1u << 30));
+      writer->write(buffer.data() + at, piece);
       at += piece;
     }
-    pending.clear();
-    buffer.swap(pending);  // keeps the capacity for the next round
   }
 
   void flushIfLarge() {
@@ -157,13 +192,15 @@ struct XMLSerializer::Impl {
 
   void closeStartTag(Open& element) {
     if (!element.startTagOpen) return;
-    buffer += '>';
+    buffer.put('>');
     element.startTagOpen = false;
   }
 
   void newLine(std::size_t depth) {
-    buffer += '\n';
-    buffer.append(2 * std::min(depth, kIndentLevels), ' ');
+    const std::size_t indent = 2 * std::min(depth, kIndentLevels);
+    char* to = buffer.room(1 + indent);
+    *to++ = '\n';
+    buffer.commit(std::fill_n(to, indent, ' '));
   }
 };
 
@@ -192,7 +229,7 @@ void XMLSerializer::detach() {
 }
 
 void XMLSerializer::emitXMLHeader() {
-  impl_->buffer += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  impl_->buffer.put(kDeclaration, sizeof kDeclaration - 1);
 }
 
 void XMLSerializer::startElement(const wchar_t* name) {
@@ -205,9 +242,10 @@ void XMLSerializer::startElement(const wchar_t* name) {
     parent.hasChildren = true;
   }
   impl.open.emplace_back();
-  appendName(impl.open.back().name, name);
-  impl.buffer += '<';
-  impl.buffer += impl.open.back().name;
+  impl.buffer.put('<');
+  const std::size_t start = impl.buffer.size();
+  appendName(impl.buffer, name);
+  impl.open.back().name.assign(impl.buffer.data() + start, impl.buffer.size() - start);
   impl.flushIfLarge();
 }
 
@@ -220,11 +258,11 @@ void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value, std:
   if (!impl.innermost("attribute").startTagOpen)
     throw Exception("XML serializer: attribute after the content of its element");
   if (name == nullptr || *name == 0) throw Exception("XML serializer: attribute without a name");
-  impl.buffer += ' ';
+  impl.buffer.put(' ');
   appendName(impl.buffer, name);
-  impl.buffer += "=\"";
+  impl.buffer.put("=\"", 2);
   if (value != nullptr) appendEscaped(impl.buffer, value, length, Context::kAttribute);
-  impl.buffer += '"';
+  impl.buffer.put('"');
   impl.flushIfLarge();
 }
 
@@ -248,7 +286,7 @@ void XMLSerializer::characters(const char* text, std::size_t length) {
   }
   Impl& impl = *impl_;
   if (!impl.startText(text != nullptr ? length : 0)) return;
-  impl.buffer.append(text, length);
+  impl.buffer.put(text, length);
   impl.flushIfLarge();
 }
 
@@ -256,16 +294,16 @@ void XMLSerializer::endElement(bool flush) {
   Impl& impl = *impl_;
   Impl::Open& element = impl.innermost("end tag");
   if (element.startTagOpen) {
-    impl.buffer += "/>";
+    impl.buffer.put("/>", 2);
   } else {
     if (element.hasChildren && impl.withText == 0) impl.newLine(impl.open.size() - 1);
-    impl.buffer += "</";
-    impl.buffer += element.name;
-    impl.buffer += '>';
+    impl.buffer.put("</", 2);
+    impl.buffer.put(element.name);
+    impl.buffer.put('>');
   }
   if (element.hasText) --impl.withText;
   impl.open.pop_back();
-  if (impl.open.empty()) impl.buffer += '\n';
+  if (impl.open.empty()) impl.buffer.put('\n');
   if (flush)
     impl.flush();
   else

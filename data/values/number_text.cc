@@ -39,9 +39,12 @@ constexpr int kLastExactPower = 22;
 // value's unless the scaled value lies within 1e-6 of a tie. Returns false for those, and for
 // magnitudes that no exact power brings into range.
 bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
-  int binary;
-  std::frexp(magnitude, &binary);
-  exponent = ((binary - 1) * 1233) >> 12;  // floor(log10(2^(binary-1))): one below, or right
+  // The binary exponent of a normal double: 2^binary <= magnitude < 2^(binary + 1).
+  const int binary =
+      static_cast<int>((load<std::uint64_t>(reinterpret_cast<const char*>(&magnitude)) >> 52) &
+                       0x7FF) -
+      1023;
+  exponent = (binary * 1233) >> 12;  // floor(log10(2^binary)): one below, or right
   for (int attempt = 0; attempt < 2; ++attempt) {
     const int scale = 6 - exponent;
     if (std::abs(scale) > kLastExactPower) return false;
