@@ -13,6 +13,8 @@
 #include "data/record/primitive_record.h"
 #include "data/record/root_record.h"
 #include "data/record/table_record.h"
+#include "kestrine/platform/core/exception.h"
+#include "kestrine/platform/data/metadata/value.h"
 
 namespace kestrine::platform::data::Record {
 namespace {
@@ -121,6 +123,38 @@ TEST(RecordEntity, ReferenceCountsAreWrittenAtOnce) {
   root.unref();
   root.unref();  // no underflow check: the count wraps
   EXPECT_EQ(u32(store, root.offset(), 5), 0xFFFFFFFFu);
+}
+
+// Catches: a reloaded buffer that keeps bytes of the record before (past the new one's end,
+// where in-place growth would expose them), a missing or non-entity record read as one, and a
+// damaged entity let through on reload.
+TEST(RecordEntity, LoadingAgainReusesTheBufferAndChecksEachRecord) {
+  MemoryDataStore store;
+  Primitive::tFresh fresh;
+  fresh.type = metadata::kUInt8;
+  fresh.name = L"p";
+  fresh.valueBytes = 600;
+  const unsigned large = Primitive(&store, fresh).offset();
+  const unsigned small = Root(&store, L"r").offset();
+  const unsigned list = Offsets(&store).offset();
+  Entity record(&store, large);
+  const unsigned capacity = record.capacity();
+  ASSERT_TRUE(record.load(small));
+  EXPECT_EQ(record.capacity(), capacity);
+  EXPECT_EQ(record.id(), kRoot);
+  EXPECT_EQ(record.name().wstring(), L"r");
+  EXPECT_TRUE(std::all_of(record.data() + record.used(), record.data() + capacity,
+                          [](unsigned char byte) { return byte == 0; }));
+  EXPECT_FALSE(record.load(list));
+  EXPECT_FALSE(record.load(IDataStore::BADOFF));
+  EXPECT_EQ(record.used(), 0u);
+  ASSERT_TRUE(record.load(large));
+  EXPECT_EQ(record.length(Primitive::kValues), 600u);
+  // A name array that runs past the record's end.
+  std::string bytes = readAll(store, small);
+  bytes[18] = 200;
+  store.write(small, bytes.data(), static_cast<unsigned>(bytes.size()), true);
+  EXPECT_THROW(record.load(small), core::Exception);
 }
 
 // Catches: a wrong list layout, set() past the end not filling with zeros, removals taking

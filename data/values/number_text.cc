@@ -213,8 +213,36 @@ bool belowOne(const char* first, const char* last) {
 // float) and failed unless every collected character was used and the result was finite. An
 // underflow was no failure there: strtod's zero of the right sign was kept. from_chars rounds
 // the same way but refuses both overflow and underflow, and takes no "+".
+// The common decimals ("-123.4567"), read without the general conversion: digits with at
+// most one point inside them and no exponent, whose digits as an integer m and count k after
+// the point make m and 10^k exact in Float. Then m / 10^k is one correctly rounded division,
+// which is the correctly rounded value of the decimal, as strtod gives it (Clinger's fast
+// path). False, reading nothing, for any other text.
+template <class Float>
+bool readPlainDecimal(const char* text, Float& result) {
+  constexpr std::uint64_t kExactInteger = std::uint64_t{1} << std::numeric_limits<Float>::digits;
+  constexpr int kExactPower = std::is_same_v<Float, float> ? 10 : kLastExactPower;
+  const bool negative = *text == '-';
+  const char* at = skipSign(text);
+  std::uint64_t digits = 0;
+  int count = 0, after = 0;
+  for (; isDigit(*at) && count < 19; ++at, ++count)
+    digits = digits * 10 + static_cast<unsigned>(*at - '0');
+  if (*at == '.') {
+    for (++at; isDigit(*at) && count < 19; ++at, ++count, ++after)
+      digits = digits * 10 + static_cast<unsigned>(*at - '0');
+    if (after == 0) return false;  // "5." and "." are left to the general reading
+  }
+  if (count == 0 || isDigit(*at) || *at == '.' || *at == 'e' || *at == 'E') return false;
+  if (digits > kExactInteger || after > kExactPower) return false;
+  const Float value = static_cast<Float>(digits) / static_cast<Float>(kExactPowersOfTen[after]);
+  result = negative ? -value : value;
+  return true;
+}
+
 template <class Float>
 bool readFloat(const char* text, Float& result) {
+  if (readPlainDecimal(text, result)) return true;
   const char* const first = *text == '+' ? text + 1 : text;
   const char* const last = floatEnd(text);
   const auto [end, error] = std::from_chars(first, last, result);

@@ -236,6 +236,35 @@ TEST(NumberTextTest, ScansAwkwardTokensAsTheStreamDid) {
     expectSameScan(std::string(1, static_cast<char>(c)) + "7");
 }
 
+// Catches: a plain decimal read otherwise than the stream did: rounded twice, or taken by the
+// shortcut beyond the digits and decimals its types hold exactly (2^24 and 10^10 for floats,
+// 2^53 and 10^22 for doubles), where only the general reading rounds right.
+TEST(NumberTextTest, ScansPlainDecimalsAsTheStreamDid) {
+  std::mt19937_64 random(7);
+  for (int i = 0; i < 40000; ++i) {
+    const int digits = 1 + static_cast<int>(random() % 20);
+    std::string text = random() % 2 ? "-" : "";
+    // Around the limits of exact integers: 16777216 and 9007199254740992.
+    if (i % 4 == 0) text += i % 8 ? "1677721" : "900719925474099";
+    for (int d = 0; d < digits; ++d)
+      text += static_cast<char>('0' + random() % 10);
+    const std::size_t sign = text[0] == '-' ? 1 : 0;
+    const std::size_t point = text.size() - random() % (text.size() - sign + 1);
+    if (point != text.size()) text.insert(point, ".");
+    expectSameScan(text, metadata::kScalar, metadata::kDouble);
+  }
+  // One decimal past the exact powers: 11 places for a float, 23 for a double.
+  for (int i = 0; i < 40000; ++i) {
+    const bool single = i % 2 == 0;
+    std::string digits = std::to_string(random() % (single ? 16777216 : 9007199254740992));
+    const std::size_t places = single ? 11 : 23;
+    if (digits.size() < places) digits.insert(0, places - digits.size(), '0');
+    const std::string text = "0." + digits.substr(digits.size() - places);
+    expectSameScan(text, single ? metadata::kScalar : metadata::kDouble,
+                   single ? metadata::kScalar : metadata::kDouble);
+  }
+}
+
 // A token from the pieces a number is made of, each present or not, with junk after it.
 std::string randomToken(std::mt19937_64& random) {
   static const std::string kPieces[] = {" ", "\t", "+", "-", "0", "7", "9",  "12345678901234567",

@@ -1,6 +1,7 @@
 #include "data/xml/primitive_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "data/tree/primitive.h"
@@ -34,6 +35,14 @@ void components(metadata::IStructLayout* layout, std::size_t structs, Visit visi
     }
   }
 }
+
+// The blanks, tabs, CRs and LFs that separate tokens, by byte.
+constexpr std::array<bool, 256> kSeparators = [] {
+  std::array<bool, 256> table{};
+  for (unsigned char c : {' ', '\t', '\r', '\n'})
+    table[c] = true;
+  return table;
+}();
 
 // Appends one number's text to a blank-separated block.
 void appendToken(std::string& out, const char* token, std::size_t length) {
@@ -206,7 +215,7 @@ bool PrimitiveText::fits(unsigned long long bytes, const tWatch& watch) {
 }
 
 void PrimitiveText::split(const char* text) {
-  auto separator = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  auto separator = [](char c) { return kSeparators[static_cast<unsigned char>(c)]; };
   scratch_.assign(text);
   tokens_.clear();
   char* at = scratch_.data();
