@@ -18,8 +18,9 @@ unsigned DesignPrimitiveImpl::dimension() {
   return primitive()->dimension();
 }
 
+// A primitive's type is fixed when it is made and kept by its logic object: these two read
+// nothing of the store and take no lock, though clients call them for every value they set.
 unsigned DesignPrimitiveImpl::stride() const {
-  Lock lock(store());
   return Design::Primitive::stride(primitive()->valuetype());
 }
 
@@ -29,7 +30,6 @@ unsigned DesignPrimitiveImpl::bytes() {
 }
 
 tValue DesignPrimitiveImpl::valuetype() {
-  Lock lock(store());
   return primitive()->valuetype();
 }
 

@@ -8,7 +8,8 @@
 namespace kestrine::platform::data::metadata {
 
 // A primitive property: PropertyImpl with the IPrimitive view over the Design::Primitive it
-// owns. Every operation but container() forwards to the primitive under the store lock.
+// owns. Every operation forwards to the primitive under the store lock, but container() and
+// the type and stride, which are fixed when a primitive is made and need nothing of the store.
 //
 // The primitive object keeps the value size, URI, schema and value locale it read when opened
 // and what was written through it; the values themselves are read from the store at every

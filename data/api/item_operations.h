@@ -41,7 +41,7 @@ unsigned createChild(Metadata::Set& set, Arguments... arguments) {
   {
     Logic created(set.store(), arguments...);
     offset = created.offset();
-    if (set.add(offset)) return offset;
+    if (set.add(offset, created.tag())) return offset;
   }
   set.store()->free(offset);
   return Metadata::IDataStore::BADOFF;

@@ -127,9 +127,9 @@ Primitive::tPlace Primitive::values(IDataStore* store, unsigned offset) {
   // The values are the last array.
   const unsigned long long start =
       sizeof fixed + 0ull + field(kValueLocale) + field(kName) + field(kBase);
-  if (start + field(kValues) > store->size(offset))
-    damagedRecord(offset, "its arrays run past its end");
-  return {static_cast<unsigned>(start), field(kValues)};
+  const unsigned end = store->size(offset);
+  if (start + field(kValues) > end) damagedRecord(offset, "its arrays run past its end");
+  return {static_cast<unsigned>(start), field(kValues), end};
 }
 
 void Header::put(unsigned at, const void* value, unsigned width, bool changed) {

@@ -51,13 +51,14 @@ class Primitive : public Property {
     update(true);
   }
 
-  // Where the value array of the primitive at `offset` begins, and its byte length, from the
-  // fixed part alone: values are rewritten in place without reading the record whole. Throws
-  // "damaged record at offset N: ..." when the record is no primitive or the array does not
-  // end within it.
+  // Where the value array of the primitive at `offset` begins, its byte length, and where the
+  // record ends, from the fixed part alone: values are rewritten in place without reading the
+  // record whole. Throws "damaged record at offset N: ..." when the record is no primitive or
+  // the array does not end within it.
   struct tPlace {
     unsigned start;
     unsigned length;
+    unsigned end;
   };
   static tPlace values(IDataStore* store, unsigned offset);
 

@@ -17,8 +17,10 @@ struct ActiveScope {
 
 thread_local std::vector<ActiveScope> tScopes;
 
-ActiveScope* activeScope(IDataStore* store) {
-  for (ActiveScope& scope : tScopes)
+// Takes the thread's scopes as an argument: in a shared library every access to a
+// thread_local is a call, and a scope is entered and left on every interface call.
+ActiveScope* activeScope(std::vector<ActiveScope>& scopes, IDataStore* store) {
+  for (ActiveScope& scope : scopes)
     if (scope.store == store) return &scope;
   return nullptr;
 }
@@ -42,7 +44,7 @@ IndexCache::~IndexCache() {
 }
 
 IndexCache* IndexCache::current(IDataStore* store) {
-  ActiveScope* scope = activeScope(store);
+  ActiveScope* scope = activeScope(tScopes, store);
   return scope != nullptr ? scope->cache : nullptr;
 }
 
@@ -172,7 +174,8 @@ void IndexCache::trim() {
 }
 
 IndexScope::IndexScope(IDataStore* store) : store_(store) {
-  if (ActiveScope* scope = activeScope(store)) {
+  std::vector<ActiveScope>& scopes = tScopes;
+  if (ActiveScope* scope = activeScope(scopes, store)) {
     ++scope->depth;
     return;
   }
@@ -187,14 +190,15 @@ IndexScope::IndexScope(IDataStore* store) : store_(store) {
     scope.cache = scope.temporary.get();
   }
   scope.cache->begin();
-  tScopes.push_back(std::move(scope));
+  scopes.push_back(std::move(scope));
 }
 
 IndexScope::~IndexScope() {
-  ActiveScope* scope = activeScope(store_);
+  std::vector<ActiveScope>& scopes = tScopes;
+  ActiveScope* scope = activeScope(scopes, store_);
   if (scope == nullptr || --scope->depth != 0) return;
   scope->cache->end();
-  tScopes.erase(tScopes.begin() + (scope - tScopes.data()));
+  scopes.erase(scopes.begin() + (scope - scopes.data()));
 }
 
 }  // namespace kestrine::platform::data::Metadata

@@ -89,16 +89,17 @@ void Item::off(std::uint8_t bits) {
 void Item::show() {
   unsigned current = offset_;
   for (unsigned step = 0;; ++step) {
-    Record::Entity record(store_, current);
-    // The root ends the walk unchanged (and so does a parent that is gone).
-    if (record.used() < 14 || record.parent() == IDataStore::BADOFF) return;
-    if (record.flags() & Record::kHidden) {
-      record.flags(record.flags() & ~Record::kHidden);
-      record.update(true);
-    } else if (step != 0) {
+    // A parent that is gone ends the walk. Only headers are read: every setting of values
+    // shows the item, and its values may be large.
+    if (store_->size(current) == 0) return;
+    Record::Header header(store_, current);
+    // The root ends the walk unchanged.
+    if (header.parent() == IDataStore::BADOFF) return;
+    if (header.flags() & Record::kHidden)
+      header.flags(header.flags() & ~Record::kHidden);
+    else if (step != 0)
       return;  // the first visible ancestor: everything above it is visible already
-    }
-    current = record.parent();
+    current = header.parent();
   }
 }
 

@@ -152,6 +152,19 @@ unsigned Primitive::set(const char* data, unsigned index, unsigned count) {
       return 1;
     }
   }
+  if (n == 0 && index == 0) {
+    // The values are the record's last array: an empty one grows by appending to the record,
+    // which is not read whole. The bytes go first, so that a failure leaves the length as it
+    // was, and the record readable.
+    const Record::Primitive::tPlace values = Record::Primitive::values(store_, offset_);
+    if (values.length == 0 && values.start == values.end) {
+      const unsigned bytes = static_cast<unsigned>(size);
+      store_->append(offset_, data, bytes);
+      store_->patch(offset_, Record::Primitive::kValues, &bytes, 4, true);
+      valuesize_ = bytes;
+      return 1;
+    }
+  }
   Record::Primitive record(store_, offset_);
   if (n > 0 && index + count <= n) {
     std::memcpy(record.arrays(Record::Primitive::kValues) + index * e, data, count * e);
