@@ -37,6 +37,20 @@ constexpr bool plain(char32_t c, Context context) {
   return c != '&' && c != '<' && c != '>' && (c != '"' || context == Context::kText);
 }
 
+// plain() by context for every byte value: a UTF-8 byte past ASCII is never plain. A table
+// look-up per character is what the writer's inner loops cost.
+constexpr std::array<std::array<bool, 256>, 3> kPlain = [] {
+  std::array<std::array<bool, 256>, 3> table{};
+  for (Context context : {Context::kName, Context::kText, Context::kAttribute})
+    for (unsigned c = 0; c < 256; ++c)
+      table[static_cast<int>(context)][c] = plain(c, context);
+  return table;
+}();
+
+bool plainUnit(char32_t c, Context context) {
+  return c < 256 && kPlain[static_cast<int>(context)][c];
+}
+
 // The pending output. Bytes are stored at a cursor into a buffer that grows only when a
 // piece outgrows it, so that writing a character is a store rather than a call.
 class Output {
@@ -111,7 +125,7 @@ void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context
     char* to = out.room(count * kWidest);
     for (std::size_t i = 0; i < count; ++i) {
       const char32_t c = utf8::codePoint(text[i]);
-      if (plain(c, context))
+      if (plainUnit(c, context))
         *to++ = static_cast<char>(c);
       else
         to = escape(c, context, to);
@@ -121,14 +135,6 @@ void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context
     length -= count;
   }
 }
-
-// plain() in text, for every byte: a UTF-8 byte past ASCII is not plain.
-constexpr std::array<bool, 256> kPlainInText = [] {
-  std::array<bool, 256> table{};
-  for (unsigned c = 0; c < table.size(); ++c)
-    table[c] = plain(c, Context::kText);
-  return table;
-}();
 
 void appendName(Output& out, const wchar_t* name) {
   appendEscaped(out, name, std::wcslen(name), Context::kName);
@@ -278,7 +284,9 @@ void XMLSerializer::characters(const wchar_t* text, std::size_t length) {
 }
 
 void XMLSerializer::characters(const char* text, std::size_t length) {
-  auto plainText = [](char c) { return kPlainInText[static_cast<unsigned char>(c)]; };
+  auto plainText = [](char c) {
+    return kPlain[static_cast<int>(Context::kText)][static_cast<unsigned char>(c)];
+  };
   if (text != nullptr && !std::all_of(text, text + length, plainText)) {
     string::WideString wide = string::StringAlgorithm::UTF8Decode(text, length);
     characters(wide.string(), wide.length());

@@ -68,6 +68,20 @@ bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
   return false;
 }
 
+// The decimal digits of `value`, which lies in [10^6, 10^7), at `out`: the first alone, then
+// three pairs from a table, each pair one division by a constant.
+void writeSevenDigits(std::uint32_t value, char* out) {
+  static constexpr char kPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
+  out[0] = static_cast<char>('0' + value / 1000000);
+  value %= 1000000;
+  std::memcpy(out + 1, kPairs + 2 * (value / 10000), 2);
+  std::memcpy(out + 3, kPairs + 2 * (value / 100 % 100), 2);
+  std::memcpy(out + 5, kPairs + 2 * (value % 100), 2);
+}
+
 // printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
 // which changes no digit). to_chars with a precision is defined to match it digit for digit,
 // exponent padding ("1e-05") and "-nan" included, but it works on the exact binary value and
@@ -79,11 +93,19 @@ char* printSevenDigits(double value, char* out, char* last) {
   if (!std::isfinite(value) || !(std::fabs(value) >= std::numeric_limits<double>::min()) ||
       !roundToSeven(std::fabs(value), rounded, exponent))
     return std::to_chars(out, last, value, std::chars_format::general, 7).ptr;
-  char digits[8];
-  std::to_chars(digits, digits + 7, rounded);
+  // Seven digits, and zeros behind them: digits go out eight bytes at a time, each copy a
+  // single move rather than a call, and what lies past a copy's count is written over or
+  // lies past the end. A fixed number has at most seven digits before its point (the
+  // exponent is at most 6) and three zeros after it (at least -4).
+  char digits[16] = "00000000";
+  writeSevenDigits(rounded, digits);
   int count = 7;
   while (count > 1 && digits[count - 1] == '0')
     --count;
+  auto put = [&digits](char* to, int from, int length) {
+    std::memcpy(to, digits + from, 8);
+    return to + length;
+  };
 
   char* to = out;
   if (value < 0) *to++ = '-';
@@ -91,7 +113,7 @@ char* printSevenDigits(double value, char* out, char* last) {
     *to++ = digits[0];
     if (count > 1) {
       *to++ = '.';
-      to = std::copy(digits + 1, digits + count, to);
+      to = put(to, 1, count - 1);
     }
     *to++ = 'e';
     *to++ = exponent < 0 ? '-' : '+';
@@ -100,16 +122,15 @@ char* printSevenDigits(double value, char* out, char* last) {
     return std::to_chars(to, last, magnitude).ptr;
   }
   if (exponent < 0) {
-    *to++ = '0';
-    *to++ = '.';
-    to = std::fill_n(to, -exponent - 1, '0');
-    return std::copy(digits, digits + count, to);
+    std::memcpy(to, "0.000", 5);
+    return put(to + 1 - exponent, 0, count);
   }
   const int whole = exponent + 1;
-  if (count <= whole) return std::fill_n(std::copy(digits, digits + count, to), whole - count, '0');
-  to = std::copy(digits, digits + whole, to);
+  // The digits before the point, with the zeros that follow the last digit when it lies there.
+  to = put(to, 0, whole);
+  if (count <= whole) return to;
   *to++ = '.';
-  return std::copy(digits + whole, digits + count, to);
+  return put(to, whole, count - whole);
 }
 
 // Writes the element's value as type Held.

@@ -30,6 +30,7 @@ struct tValueTraits {
   // The name a table's "default" gives the type ("vec2" for vector2); null where a default
   // cannot have the type.
   const char* defaultName;
+  const wchar_t* wideDefaultName;
 };
 
 // The traits of `type`; those of no type (metadata::kNone) for a value past the enumeration.

@@ -8,7 +8,6 @@
 #include "data/values/number_text.h"
 #include "data/values/value_types.h"
 #include "kestrine/platform/core/exception.h"
-#include "kestrine/platform/core/string.h"
 #include "kestrine/platform/data/structure/container.h"
 
 namespace kestrine::platform::data::XML {
@@ -118,8 +117,8 @@ void XMLRenderingLogic::table() {
   for (const Design::Table::tDefault& entry : reader_.defaults()) {
     writer_->startElement(L"default");
     writer_->addAttribute(L"unit", unitsDictionary().wideUnit(entry.unit));
-    if (const char* type = Values::traits(entry.type).defaultName)
-      writer_->addAttribute(L"type", core::string::StringAlgorithm::UTF8Decode(type).string());
+    if (const wchar_t* type = Values::traits(entry.type).wideDefaultName)
+      writer_->addAttribute(L"type", type);
     writer_->endElement();
   }
   names();
