@@ -197,17 +197,17 @@ void Entity::initArray(unsigned selector, const void* data, unsigned length) {
 
 Property::Property(IDataStore* store, unsigned size, tType kind) : Entity(store, size, kind) {}
 
-tType peekName(IDataStore* store, unsigned offset, core::string::WideString& name) {
-  name.clear();
-  unsigned char head[128];
-  unsigned read = store->read(offset, head, sizeof head);
-  tType kind = static_cast<tType>(read != 0 ? head[0] : 0);
+tType NamePeek::read(IDataStore* store, unsigned offset) {
+  bytes_ = head_;
+  length_ = 0;
+  unsigned read = store->read(offset, head_, sizeof head_);
+  tType kind = static_cast<tType>(read != 0 ? head_[0] : 0);
   if (kind != kPrimitive && kind != kTable && kind != kContainer) return kind;
   const ArrayLayout& layout = layoutOf(kind);
   if (read < layout.fixed) return kind;
-  auto field = [&](unsigned position) {
+  auto field = [this](unsigned position) {
     std::uint32_t value;
-    std::memcpy(&value, head + position, 4);
+    std::memcpy(&value, head_ + position, 4);
     return value;
   };
   // The name's place: after the fixed part and the arrays stored before it.
@@ -215,23 +215,30 @@ tType peekName(IDataStore* store, unsigned offset, core::string::WideString& nam
   for (unsigned i = 0; layout.selectors[i] != layout.name; ++i)
     start += field(layout.selectors[i]);
   unsigned long long end = start + field(layout.name);
-  std::vector<unsigned char> whole;
-  const unsigned char* bytes = head;
-  if (end > read && read == sizeof head) {
-    whole.resize(static_cast<std::size_t>(std::min<unsigned long long>(end, store->size(offset))));
-    read = store->read(offset, whole.data(), static_cast<unsigned>(whole.size()));
-    bytes = whole.data();
+  if (end > read && read == sizeof head_) {
+    whole_.resize(static_cast<std::size_t>(std::min<unsigned long long>(end, store->size(offset))));
+    read = store->read(offset, whole_.data(), static_cast<unsigned>(whole_.size()));
+    bytes_ = whole_.data();
   }
   end = std::min<unsigned long long>(end, read);
   // Up to the terminator: a renamed child's array is longer than its name.
-  std::wstring characters;
-  for (unsigned long long at = start; at + 4 <= end; at += 4) {
-    wchar_t character;
-    std::memcpy(&character, bytes + at, 4);
+  unsigned long long at = start;
+  for (; at + 4 <= end; at += 4) {
+    std::uint32_t character;
+    std::memcpy(&character, bytes_ + at, 4);
     if (character == 0) break;
-    characters.push_back(character);
   }
-  name = core::string::WideString(characters.data(), static_cast<unsigned>(characters.size()));
+  bytes_ += start;
+  length_ = static_cast<std::size_t>(at - start);
+  return kind;
+}
+
+tType peekName(IDataStore* store, unsigned offset, core::string::WideString& name) {
+  NamePeek peek;
+  const tType kind = peek.read(store, offset);
+  std::wstring characters(peek.length() / 4, L'\0');
+  std::memcpy(characters.data(), peek.bytes(), peek.length());
+  name = core::string::WideString(std::move(characters));
   return kind;
 }
 

@@ -1,6 +1,8 @@
 #ifndef KPL_DATA_RECORD_ENTITY_H_
 #define KPL_DATA_RECORD_ENTITY_H_
 
+#include <vector>
+
 #include "data/record/base.h"
 
 namespace kestrine::platform::data::Record {
@@ -126,6 +128,28 @@ class Header {
 
 // Bytes a wide string of `text`'s length takes with its terminator (4k + 4).
 unsigned wideBytes(const wchar_t* text);
+
+// The name of an entity as its record holds it, read from the start of the record alone:
+// the bytes of its characters (UTF-32, unaligned), without the terminator.
+class NamePeek {
+ public:
+  NamePeek() = default;
+  NamePeek(const NamePeek&) = delete;
+  NamePeek& operator=(const NamePeek&) = delete;
+
+  // The kind of the record at `offset` (as peek() gives it) and, for a primitive, table or
+  // container, its name's bytes (else none).
+  tType read(IDataStore* store, unsigned offset);
+  const unsigned char* bytes() const { return bytes_; }
+  std::size_t length() const { return length_; }
+
+ private:
+  unsigned char head_[128];
+  // A record whose name ends past the head is read whole.
+  std::vector<unsigned char> whole_;
+  const unsigned char* bytes_ = head_;
+  std::size_t length_ = 0;
+};
 
 // The kind of the record at `offset` (as peek() gives it) and, for a primitive, table or
 // container, its name (else the name is left empty). Only the start of the record is read, up

@@ -106,6 +106,11 @@ IndexCache::Entry* IndexCache::acquire(unsigned offset, const Builder& build) {
   return entry;
 }
 
+const SetIndex* IndexCache::find(unsigned offset) const {
+  auto found = entries_.find(offset);
+  return found != entries_.end() ? found->second : nullptr;
+}
+
 void IndexCache::release(Entry* entry) {
   if (entry->pins == 0 || --entry->pins != 0) return;
   // Pins come and go in nested order, so the entry is near the end.

@@ -50,10 +50,10 @@ class IndexCache : public IDataStore::IAttachment {
   struct Entry : SetIndex {
     explicit Entry(unsigned expected) : SetIndex(expected) {}
     unsigned offset = IDataStore::BADOFF;  // the set's record
-    unsigned pins = 0;       // live set objects using it in the current scope
-    bool detached = false;   // dropped while pinned: freed when the last pin goes
-    std::size_t charged = 0;  // bytes counted against the narrow budget while unpinned
-    Entry* older = nullptr;   // the narrow, unpinned entries, least recently used first
+    unsigned pins = 0;                     // live set objects using it in the current scope
+    bool detached = false;                 // dropped while pinned: freed when the last pin goes
+    std::size_t charged = 0;               // bytes counted against the narrow budget while unpinned
+    Entry* older = nullptr;  // the narrow, unpinned entries, least recently used first
     Entry* newer = nullptr;
   };
 
@@ -72,6 +72,9 @@ class IndexCache : public IDataStore::IAttachment {
   // release() or the end of the scope.
   Entry* acquire(unsigned offset, const Builder& build);
   void release(Entry* entry);
+  // The index of the set at `offset` when the cache holds one, else null; neither built nor
+  // pinned, for a look within one call.
+  const SetIndex* find(unsigned offset) const;
   // Forgets the index of the set at `offset`: its record was freed or changed behind the
   // index's back.
   void forget(unsigned offset);
@@ -91,11 +94,11 @@ class IndexCache : public IDataStore::IAttachment {
 
   IDataStore* store_;
   bool tracked_ = false;
-  IDataStore::tStamp left_;      // the stamp at the end of the last scope
+  IDataStore::tStamp left_;         // the stamp at the end of the last scope
   unsigned long long foreign_ = 0;  // the stamp's foreign part as last looked at
   unsigned long long serial_ = 0;
   google::dense_hash_map<unsigned, Entry*> entries_;
-  std::vector<Entry*> pinned_;    // entries pinned during this scope, detached ones included
+  std::vector<Entry*> pinned_;  // entries pinned during this scope, detached ones included
   Entry* oldest_ = nullptr;
   Entry* newest_ = nullptr;
   std::size_t narrowBytes_ = 0;

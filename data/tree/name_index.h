@@ -23,6 +23,8 @@ extern const wchar_t* const kDeletedKey;  // "$$$$$_____deleted_key"
 // True when `name` equals one of the marker keys: such a name can never be indexed (the hash
 // map would take it for an empty or deleted bucket), so the indexes refuse it.
 bool reserved(const wchar_t* name);
+// The same for a name given as the bytes of its characters (UTF-32, unaligned).
+bool reserved(const void* bytes, std::size_t length);
 
 // The hash of a name index: XXH3 over every byte of the name. Names that people give share
 // their start and their length ("item_1" ... "item_9999"), so a hash of only part of a name
@@ -43,9 +45,10 @@ struct WholeNameHash {
 // reset index has 32 buckets (sparsehash's default shape: grows past half full, shrinks below
 // a fifth).
 template <class Value>
-class NameIndex
-    : public google::dense_hash_map<const wchar_t*, Value, WholeNameHash, core::tWCharCompareEqual> {
-  using Base = google::dense_hash_map<const wchar_t*, Value, WholeNameHash, core::tWCharCompareEqual>;
+class NameIndex : public google::dense_hash_map<const wchar_t*, Value, WholeNameHash,
+                                                core::tWCharCompareEqual> {
+  using Base =
+      google::dense_hash_map<const wchar_t*, Value, WholeNameHash, core::tWCharCompareEqual>;
 
  public:
   NameIndex() {

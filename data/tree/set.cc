@@ -126,17 +126,40 @@ void Set::entries(std::vector<unsigned>& out) const {
 
 void Set::entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out) {
   IndexCache* cache = IndexCache::current(store);
-  if (cache == nullptr) {
-    SetIndex index;
-    builder(store, offset)(index);
-    listed(store, index, out);
-    return;
+  if (cache != nullptr) {
+    cache->check();
+    if (const SetIndex* index = cache->find(offset)) {
+      listed(store, *index, out);
+      return;
+    }
   }
-  cache->check();
-  // A failure leaves the pin to the end of the scope, which drops every pin of it.
-  IndexCache::Entry* index = cache->acquire(offset, builder(store, offset));
-  listed(store, *index, out);
-  cache->release(index);
+  // Without an index at hand the children are counted, not indexed: a walk over a whole tree
+  // would otherwise build the index of every set, only to keep few of them.
+  out.clear();
+  const unsigned children = ParentRecord(store, offset).children();
+  if (children == IDataStore::BADOFF) return;
+  Record::Offsets list(store, children);
+  const std::size_t count = std::min<std::size_t>(indexable(store, list), list.items());
+  out.assign(list.get(), list.get() + count);
+}
+
+std::size_t Set::indexable(IDataStore* store, const Record::Offsets& list) {
+  // Names are told apart by a 64-bit hash of their bytes. Two equal hashes, which two equal
+  // names make, send the count to an index, which compares the names themselves.
+  std::vector<std::size_t> hashes;
+  hashes.reserve(list.items());
+  Record::NamePeek name;
+  for (unsigned i = 0, n = list.items(); i < n; ++i) {
+    if (!childKind(name.read(store, list.get(i))) || reserved(name.bytes(), name.length()))
+      continue;
+    hashes.push_back(hashBytes(name.bytes(), name.length()));
+  }
+  std::sort(hashes.begin(), hashes.end());
+  if (std::adjacent_find(hashes.begin(), hashes.end()) == hashes.end()) return hashes.size();
+  SetIndex index;
+  index.children = list.offset();
+  fill(store, index);
+  return index.names.size();
 }
 
 void Set::listed(IDataStore* store, const SetIndex& index, std::vector<unsigned>& out) {

@@ -11,6 +11,10 @@ namespace kestrine::platform::data::metadata {
 class ISchema;
 }  // namespace kestrine::platform::data::metadata
 
+namespace kestrine::platform::data::Record {
+class Offsets;
+}  // namespace kestrine::platform::data::Record
+
 namespace kestrine::platform::data::Metadata {
 
 // An item with named children: the root, every container and every table. The children
@@ -112,6 +116,8 @@ class Set : public Item {
   static void fill(IDataStore* store, SetIndex& index);
   // Builds the index of the set record at `offset`.
   static IndexCache::Builder builder(IDataStore* store, unsigned offset);
+  // The number of names an index of `list` would hold, counted without building one.
+  static std::size_t indexable(IDataStore* store, const Record::Offsets& list);
   // The first entries of the children list, as many as `index` names.
   static void listed(IDataStore* store, const SetIndex& index, std::vector<unsigned>& out);
   // Frees a child's record, and forgets the shared index of a set that was there.

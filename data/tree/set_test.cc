@@ -5,6 +5,7 @@
 #include "core/storage/datastore_test_support.h"
 #include "data/record/entity.h"
 #include "data/record/offsets.h"
+#include "data/tree/name_index.h"
 #include "data/tree/root.h"
 #include "data/tree/tree_test_support.h"
 
@@ -58,6 +59,38 @@ TEST(Set, PopulateIndexesTheFirstOfTwoEqualNames) {
   EXPECT_EQ(root.items(), 1u);
   EXPECT_EQ(root.find(L"x"), first);
   EXPECT_EQ(root.at(1), second);
+}
+
+// Catches a count of a set's children, made without its index, that differs from the index's
+// own: a name given twice, a reserved name, a list or a root among the children, a freed one.
+TEST(Set, EntriesCountedWithoutTheIndexAreTheIndexedOnes) {
+  MemoryDataStore store;
+  unsigned list;
+  {
+    Root root(&store, L"root");
+    root.add(Primitive(&store, metadata::kInt8, L"a").offset());
+    list = root.children();
+  }
+  auto append = [&](unsigned offset) { store.append(list, &offset, 4); };
+  auto make = [&store](const wchar_t* name) {
+    return Primitive(&store, metadata::kInt8, name).offset();
+  };
+  const unsigned freed = make(L"gone"), reserved = make(kEmptyKey), b = make(L"b");
+  const unsigned again = make(L"a"), c = make(L"c");
+  store.free(freed);
+  for (unsigned odd : {list, 0u, freed, reserved, b})
+    append(odd);
+  auto both = [&store] {
+    std::vector<unsigned> counted, indexed;
+    Set::entries(&store, 0, counted);
+    Root(&store, 0).entries(indexed);
+    EXPECT_EQ(counted, indexed);
+    return counted.size();
+  };
+  EXPECT_EQ(both(), 2u);  // "a" and "b" are indexed: the first two entries
+  append(again);
+  append(c);
+  EXPECT_EQ(both(), 3u);
 }
 
 // Catches records of the subtree left behind by a remove (live record counts).
