@@ -85,9 +85,9 @@ class ChildIndex::ProbeScope {
  public:
   ProbeScope(const ChildIndex& index, const wchar_t* name) : index_(index) {
     std::size_t length = std::wcslen(name);
-    index_.probe_ = {name, length, hashCharacters(name, length)};
+    index_.probe_ = {name, length, hashCharacters(name, length), kProbe};
   }
-  ~ProbeScope() { index_.probe_ = {nullptr, 0, 0}; }
+  ~ProbeScope() { index_.probe_ = {nullptr, 0, 0, kProbe}; }
   ProbeScope(const ProbeScope&) = delete;
   ProbeScope& operator=(const ProbeScope&) = delete;
 
@@ -120,7 +120,7 @@ ChildIndex::Bytes ChildIndex::bytes(Position position) const {
   }
 }
 
-// A stored name is unpacked to be hashed: only when it is inserted and when the map grows.
+// A stored name is unpacked to be hashed: only when the map grows.
 std::size_t ChildIndex::hashStored(Position position) const {
   Bytes name = bytes(position);
   wchar_t local[128];
@@ -171,7 +171,8 @@ bool ChildIndex::insert(const wchar_t* name, unsigned offset) {
   if (name == nullptr || reserved(name)) return false;
   ProbeScope probe(*this, name);
   if (map_.find(kProbe) != map_.end()) return false;
-  map_.insert({store(), offset});
+  probe_.stored = store();
+  map_.insert({probe_.stored, offset});
   return true;
 }
 
@@ -201,7 +202,8 @@ bool ChildIndex::rename(const wchar_t* old, const wchar_t* name) {
   map_.erase(position);
   discard(position);
   ProbeScope probe(*this, name);
-  map_.insert({store(), offset});
+  probe_.stored = store();
+  map_.insert({probe_.stored, offset});
   compactIfWasteful();
   return true;
 }

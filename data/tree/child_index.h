@@ -69,6 +69,9 @@ class ChildIndex {
     const wchar_t* name;
     std::size_t length;
     std::size_t hash;
+    // Where an insert stored the name: that position hashes as the probe, without being
+    // unpacked again.
+    Position stored;
   };
   class ProbeScope;
 
@@ -76,7 +79,8 @@ class ChildIndex {
   struct Hash {
     const ChildIndex* index;
     std::size_t operator()(Position position) const {
-      return position == kProbe ? index->probe_.hash : index->hashStored(position);
+      return position == kProbe || position == index->probe_.stored ? index->probe_.hash
+                                                                    : index->hashStored(position);
     }
   };
   // Stored names are unique, so two stored positions are equal only when they are the same
@@ -103,7 +107,7 @@ class ChildIndex {
 
   std::vector<unsigned char> names_;
   std::size_t wasted_ = 0;  // bytes of names_ that no entry uses
-  mutable Probe probe_{nullptr, 0, 0};
+  mutable Probe probe_{nullptr, 0, 0, kProbe};
   Map map_;
 };
 
