@@ -53,9 +53,12 @@ SharedPtr<IContainer> IContainerFrontEnd::toplevel(IDataStore* store, WideString
   unsigned offset = root.find(wanted);
   // A name that belongs to a property is taken: nothing is created for it.
   if (offset != IDataStore::BADOFF) return Api::openContainer(store, offset);
-  offset = Api::createChild<Structural::Container>(root, IContainer::kGroup, wanted);
-  // Refused when another process made the name at the same time: its container serves.
-  if (offset == IDataStore::BADOFF) return Api::openContainer(store, root.find(wanted));
+  {
+    Api::Pending<Structural::Container> made(
+        Api::createChild<Structural::Container>(root, IContainer::kGroup, wanted));
+    // Refused when another process made the name at the same time: its container serves.
+    offset = made.get() != nullptr ? made->offset() : root.find(wanted);
+  }
   return Api::openContainer(store, offset);
 }
 

@@ -91,9 +91,9 @@ SharedPtr<IContainer> ContainerImpl::create(tType type, WideString name,
                                             metadata::ISchema* schema) {
   Lock lock(store());
   if (!Api::nameable(name) || logic()->find(name.value()) != kAbsent) return {};
-  unsigned offset = Api::createChild<Structural::Container>(*logic(), type, name.value());
-  if (offset == kAbsent) return {};
-  Api::Pending<Structural::Container> opened(new Structural::Container(store(), offset, false));
+  Api::Pending<Structural::Container> opened(
+      Api::createChild<Structural::Container>(*logic(), type, name.value()));
+  if (opened.get() == nullptr) return {};
   if (schema != nullptr) opened->inherit(schema);
   switch (type) {
     case kGroup:
@@ -113,18 +113,17 @@ SharedPtr<metadata::IPrimitive> ContainerImpl::create(WideString name, metadata:
   Lock lock(store());
   if (!Api::nameable(name) || !Api::storable(type) || logic()->find(name.value()) != kAbsent)
     return {};
-  unsigned offset = Api::createChild<Design::Primitive>(*logic(), type, name.value());
-  if (offset == kAbsent) return {};
-  Api::Pending<Design::Primitive> opened(new Design::Primitive(store(), offset));
+  Api::Pending<Design::Primitive> opened(
+      Api::createChild<Design::Primitive>(*logic(), type, name.value()));
+  if (opened.get() == nullptr) return {};
   return Api::makeHandle<metadata::DesignPrimitiveImpl, metadata::IPrimitive>(opened);
 }
 
 SharedPtr<metadata::ITable> ContainerImpl::create(WideString name, metadata::ISchema* schema) {
   Lock lock(store());
   if (!Api::nameable(name) || logic()->find(name.value()) != kAbsent) return {};
-  unsigned offset = Api::createChild<Design::Table>(*logic(), name.value());
-  if (offset == kAbsent) return {};
-  Api::Pending<Design::Table> opened(new Design::Table(store(), offset, false));
+  Api::Pending<Design::Table> opened(Api::createChild<Design::Table>(*logic(), name.value()));
+  if (opened.get() == nullptr) return {};
   if (schema != nullptr) opened->inherit(schema);
   return Api::makeHandle<metadata::DesignTableImpl, metadata::ITable>(opened);
 }

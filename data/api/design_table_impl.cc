@@ -42,9 +42,8 @@ bool DesignTableImpl::validates(ISchema* schema) {
 SharedPtr<ITable> DesignTableImpl::create(WideString name, ISchema* schema) {
   Lock lock(store());
   if (!Api::nameable(name) || table()->lookup(name.value()) != kAbsent) return {};
-  unsigned offset = Api::createChild<Design::Table>(*table(), name.value());
-  if (offset == kAbsent) return {};
-  Api::Pending<Design::Table> opened(new Design::Table(store(), offset, false));
+  Api::Pending<Design::Table> opened(Api::createChild<Design::Table>(*table(), name.value()));
+  if (opened.get() == nullptr) return {};
   if (schema != nullptr) opened->inherit(schema);
   return Api::makeHandle<DesignTableImpl, ITable>(opened);
 }
@@ -53,9 +52,9 @@ SharedPtr<IPrimitive> DesignTableImpl::create(WideString name, tValue type, unit
   Lock lock(store());
   if (!Api::nameable(name) || !Api::storable(type) || table()->lookup(name.value()) != kAbsent)
     return {};
-  unsigned offset = Api::createChild<Design::Primitive>(*table(), type, name.value());
-  if (offset == kAbsent) return {};
-  Api::Pending<Design::Primitive> opened(new Design::Primitive(store(), offset));
+  Api::Pending<Design::Primitive> opened(
+      Api::createChild<Design::Primitive>(*table(), type, name.value()));
+  if (opened.get() == nullptr) return {};
   Design::Primitive* primitive = opened.get();
   SharedPtr<IPrimitive> handle = Api::makeHandle<DesignPrimitiveImpl, IPrimitive>(opened);
   if (unit != 0) primitive->units(unit);

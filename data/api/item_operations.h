@@ -1,6 +1,7 @@
 #ifndef KPL_DATA_API_ITEM_OPERATIONS_H_
 #define KPL_DATA_API_ITEM_OPERATIONS_H_
 
+#include "data/api/handles.h"
 #include "data/tree/item.h"
 #include "data/tree/set.h"
 #include "data/values/value_types.h"
@@ -31,20 +32,21 @@ unsigned describe(Metadata::Item& item, const WideString& locale, const WideStri
 WideString localize(Metadata::Item& item, const WideString& locale);
 
 // Links a new child into `set`: builds it with its creating constructor (which writes the
-// record), adds it to the set's index, closes the creating object and returns the offset. The
-// caller has checked the name and reopens the record for its handle. BADOFF, with the new
-// record freed again, when the set refuses it after all: a name no index may hold, or one that
-// another process's commit, taken in at this call's first change, has just taken.
+// record) and adds it to the set's index. Answers the creating object, open, for the caller's
+// handle: the caller owns it, and has checked the name. Null, with the new record freed again,
+// when the set refuses it after all: a name no index may hold, or one that another process's
+// commit, taken in at this call's first change, has just taken.
 template <class Logic, class... Arguments>
-unsigned createChild(Metadata::Set& set, Arguments... arguments) {
-  unsigned offset;
-  {
-    Logic created(set.store(), arguments...);
-    offset = created.offset();
-    if (set.add(offset, created.tag())) return offset;
+Logic* createChild(Metadata::Set& set, Arguments... arguments) {
+  Pending<Logic> created(new Logic(set.store(), arguments...));
+  const unsigned offset = created->offset();
+  if (set.add(offset, created->tag())) {
+    created->adopted(set.offset());
+    return created.release();
   }
+  delete created.release();  // closed before the free: it holds a count on the record
   set.store()->free(offset);
-  return Metadata::IDataStore::BADOFF;
+  return nullptr;
 }
 
 // Whether `name` can name a new child: a name is required, since the empty one would never

@@ -68,6 +68,9 @@ class Item {
   IDataStore* store() const { return store_; }
   unsigned offset() const { return offset_; }
   unsigned parent() const { return parent_; }
+  // The set at `parent` has just added the item, whose record names it already; the item's
+  // own copy follows.
+  void adopted(unsigned parent) { parent_ = parent; }
   // The item's own name, zero-terminated.
   const wchar_t* tag() const { return name_.string(); }
 
