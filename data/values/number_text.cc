@@ -290,7 +290,7 @@ bool scanAs(const char* text, char* element) {
 
 // What each numeric type's element holds, and the type a token is read as.
 struct Conversion {
-  std::size_t (*print)(const char* element, char* out, FloatDigits digits);
+  NumberPrinter print;
   bool (*scan)(const char* text, char* element);
 };
 
@@ -327,9 +327,14 @@ const Conversion* conversionOf(metadata::tValue type) {
 
 }  // namespace
 
-std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits) {
+NumberPrinter numberPrinter(metadata::tValue type) {
   const Conversion* conversion = conversionOf(type);
-  return conversion != nullptr ? conversion->print(element, out, digits) : 0;
+  return conversion != nullptr ? conversion->print : nullptr;
+}
+
+std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits) {
+  const NumberPrinter print = numberPrinter(type);
+  return print != nullptr ? print(element, out, digits) : 0;
 }
 
 std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out,

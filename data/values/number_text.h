@@ -39,6 +39,11 @@ enum class FloatDigits {
 // what the element held before.
 std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits);
 
+// printNumber for elements of one type, found once for a loop over many of them: null for a
+// type that has no number form.
+using NumberPrinter = std::size_t (*)(const char* element, char* out, FloatDigits digits);
+NumberPrinter numberPrinter(metadata::tValue type);
+
 // The same text as wide characters, for writers that build wide strings; `out` holds
 // kNumberTextSize of them.
 std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out,

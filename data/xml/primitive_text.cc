@@ -121,12 +121,13 @@ bool PrimitiveText::writeNumbers(const tValues& values, Values::FloatDigits digi
 void PrimitiveText::numbers(const tValues& values, Values::FloatDigits digits, std::string& out) {
   const unsigned width = Values::traits(values.type).elementSize;
   const std::size_t count = values.bytes.size() / width;
+  const Values::NumberPrinter print = Values::numberPrinter(values.type);
   // Printed in place: room for every token, its blank and the last terminator, cut to size.
   out.resize(count * Values::kNumberTextSize + 1);
   char* to = out.data();
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) *to++ = ' ';
-    to += Values::printNumber(values.type, values.bytes.data() + i * width, to, digits);
+    to += print(values.bytes.data() + i * width, to, digits);
   }
   out.resize(static_cast<std::size_t>(to - out.data()));
 }
