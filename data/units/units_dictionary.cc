@@ -7,13 +7,14 @@
 namespace kestrine::platform::data {
 
 UnitsDictionary::UnitsDictionary() {
+  names_.set_empty_key(0);
   units_.set_empty_key("$$$$$_____empty_key");
   // emplace leaves an existing key alone, so a unit's later names never replace its first.
   for (const tUnitName* entry = kpUnitLUT; entry->name != nullptr; ++entry) {
     // Unit names are ASCII.
-    names_.emplace(
-        entry->unit,
-        tNames{entry->name, std::wstring(entry->name, entry->name + std::strlen(entry->name))});
+    names_.insert(
+        {entry->unit,
+         tNames{entry->name, std::wstring(entry->name, entry->name + std::strlen(entry->name))}});
     units_.insert({entry->name, entry->unit});
   }
   for (const tGroupName* entry = kpGroupLUT; entry->name != nullptr; ++entry) {
@@ -21,14 +22,20 @@ UnitsDictionary::UnitsDictionary() {
   }
 }
 
-const char* UnitsDictionary::unit(units::tUnit unit) const {
+const UnitsDictionary::tNames* UnitsDictionary::names(units::tUnit unit) const {
+  if (unit == 0) return nullptr;
   auto found = names_.find(unit);
-  return found == names_.end() ? nullptr : found->second.narrow;
+  return found == names_.end() ? nullptr : &found->second;
+}
+
+const char* UnitsDictionary::unit(units::tUnit unit) const {
+  const tNames* found = names(unit);
+  return found != nullptr ? found->narrow : nullptr;
 }
 
 const wchar_t* UnitsDictionary::wideUnit(units::tUnit unit) const {
-  auto found = names_.find(unit);
-  return found == names_.end() ? nullptr : found->second.wide.c_str();
+  const tNames* found = names(unit);
+  return found != nullptr ? found->wide.c_str() : nullptr;
 }
 
 units::tUnit UnitsDictionary::unit(const char* name) const {

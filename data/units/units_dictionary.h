@@ -46,11 +46,23 @@ class UnitsDictionary {
     bool operator()(std::uint32_t a, std::uint32_t b) const { return a < b; }
   };
 
+  // Fibonacci hashing; the high half of the product, since the table takes a hash's low bits
+  // and units of different groups share theirs.
+  struct tHashValue {
+    std::size_t operator()(std::uint32_t value) const {
+      return static_cast<std::size_t>((value * 0x9E3779B97F4A7C15ull) >> 32);
+    }
+  };
+
   struct tNames {
     const char* narrow;
     std::wstring wide;
   };
-  std::map<units::tUnit, tNames, tValueLess> names_;
+  // The names of `unit`, or null. They are looked up for every primitive an export writes:
+  // hashed, with the value 0, which no unit has, as the empty key.
+  const tNames* names(units::tUnit unit) const;
+
+  google::dense_hash_map<std::uint32_t, tNames, tHashValue> names_;
   // Hashed: every primitive with units that a document gives is looked up here by name.
   google::dense_hash_map<const char*, units::tUnit, core::tSFHKernel, core::tCharCompareEqual>
       units_;
