@@ -159,8 +159,10 @@ void localizedNames(const Record::Locale& table, std::vector<tLocalized>& out) {
     if (units[i] != 0) continue;
     std::wstring_view text(units + start, i - start);
     start = i + 1;
-    if (!pending) locale = text;
-    if (pending) out.push_back({locale, text});
+    if (pending)
+      out.push_back({locale, text});
+    else
+      locale = text;
     pending = !pending;
   }
 }

@@ -31,7 +31,6 @@ class ItemReader {
   // of another kind). Nothing below may be asked then.
   Record::tType read(unsigned offset);
 
-  Record::tType kind() const { return kind_; }
   std::uint8_t flags() const { return record_.flags(); }
   std::wstring_view name() const { return record_.text(record_.nameSelector()); }
   // The localized names as the item lists them, its first locales() entries.

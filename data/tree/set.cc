@@ -60,7 +60,10 @@ SetIndex& Set::state() const {
   if (shared_ == nullptr || serial_ != cache->serial() || shared_->detached) {
     if (shared_ != nullptr && serial_ == cache->serial()) cache->release(shared_);
     shared_ = nullptr;
-    shared_ = cache->acquire(offset_, builder(store_, offset_));
+    shared_ = cache->acquire(offset_, [this](SetIndex& index) {
+      index.children = ParentRecord(store_, offset_).children();
+      fill(store_, index);
+    });
     serial_ = cache->serial();
   }
   return *shared_;
@@ -85,13 +88,6 @@ void Set::fill(IDataStore* store, SetIndex& index) {
     // A later child whose name is taken stays in the list, unindexed.
     if (childKind(Record::peekName(store, child, name))) index.names.insert(name.string(), child);
   }
-}
-
-IndexCache::Builder Set::builder(IDataStore* store, unsigned offset) {
-  return [store, offset](SetIndex& index) {
-    index.children = ParentRecord(store, offset).children();
-    fill(store, index);
-  };
 }
 
 void Set::populate() {

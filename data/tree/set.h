@@ -49,8 +49,9 @@ class Set : public Item {
   unsigned at(unsigned i) const;
   // Entries 0 to items() - 1, as at() gives them, into `out`, reading the list once.
   void entries(std::vector<unsigned>& out) const;
-  // The same for the set record at `offset` without opening it: no reference count is taken,
-  // and nothing but the index is read (inside a scope, the shared one).
+  // The same for the set record at `offset` without opening it: no reference count is taken.
+  // The shared index counts the entries when the scope's cache holds it; otherwise they are
+  // counted from the children's names, and no index is built.
   static void entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out);
   // The child indexed under exactly `name`, or BADOFF.
   unsigned find(const wchar_t* name) const;
@@ -114,8 +115,6 @@ class Set : public Item {
   SetIndex& ownState() const;
   // Fills `index` from the children list that `index.children` names.
   static void fill(IDataStore* store, SetIndex& index);
-  // Builds the index of the set record at `offset`.
-  static IndexCache::Builder builder(IDataStore* store, unsigned offset);
   // The number of names an index of `list` would hold, counted without building one.
   static std::size_t indexable(IDataStore* store, const Record::Offsets& list);
   // The first entries of the children list, as many as `index` names.
