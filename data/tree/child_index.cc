@@ -23,6 +23,14 @@ unsigned char* putVarint(unsigned char* at, std::uint32_t value) {
   return at;
 }
 
+// The bytes putVarint writes for `value`.
+std::size_t varintSize(std::uint32_t value) {
+  std::size_t size = 1;
+  for (; value >= 0x80; value >>= 7)
+    ++size;
+  return size;
+}
+
 void appendVarint(std::vector<unsigned char>& out, std::uint32_t value) {
   unsigned char bytes[5];
   out.insert(out.end(), bytes, putVarint(bytes, value));
@@ -153,17 +161,15 @@ unsigned ChildIndex::find(const wchar_t* name) const {
 }
 
 ChildIndex::Position ChildIndex::store() {
-  Position position = static_cast<Position>(names_.size());
-  // Packed in place, at most 5 bytes a character, behind room for the longest length prefix;
-  // the name is then moved up against the prefix that its packed size needs.
-  const std::size_t room = 5 + probe_.length * 5;
-  names_.resize(position + room);
-  unsigned char* const characters = names_.data() + position + 5;
-  const auto size =
-      static_cast<std::uint32_t>(packCharacters(probe_.name, characters) - characters);
-  unsigned char* const prefixEnd = putVarint(names_.data() + position, size);
-  std::memmove(prefixEnd, characters, size);
-  names_.resize(static_cast<std::size_t>(prefixEnd - names_.data()) + size);
+  const auto position = static_cast<Position>(names_.size());
+  // Sized first, so that the name is packed straight into its place.
+  std::uint32_t size = 0;
+  for (std::size_t i = 0; i < probe_.length; ++i)
+    size += varintSize(static_cast<std::uint32_t>(probe_.name[i]));
+  unsigned char prefix[5];
+  const auto prefixLength = static_cast<std::size_t>(putVarint(prefix, size) - prefix);
+  names_.resize(position + prefixLength + size);
+  packCharacters(probe_.name, std::copy(prefix, prefix + prefixLength, names_.data() + position));
   return position;
 }
 

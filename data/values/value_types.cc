@@ -55,7 +55,9 @@ const tValueTraits& traits(tValue type) {
 const tValueTraits* byDefaultName(const char* name) {
   if (name == nullptr) return nullptr;
   for (const tValueTraits* entry = begin(); entry != end(); ++entry)
-    if (entry->defaultName != nullptr && std::strcmp(entry->defaultName, name) == 0) return entry;
+    if (entry->defaultName != nullptr && entry->defaultName[0] == name[0] &&
+        std::strcmp(entry->defaultName, name) == 0)
+      return entry;
   return nullptr;
 }
 

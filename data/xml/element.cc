@@ -72,8 +72,10 @@ bool Element::sub(const char* name, const char** attributes) {
 
 const char* Element::find(const char* name, const char** attributes) {
   if (attributes == nullptr) return nullptr;
+  // The first bytes are compared inline: most attributes differ there, and each call of
+  // strcmp costs more than the comparison.
   for (; attributes[0] != nullptr; attributes += 2)
-    if (std::strcmp(attributes[0], name) == 0) return attributes[1];
+    if (attributes[0][0] == name[0] && std::strcmp(attributes[0], name) == 0) return attributes[1];
   return nullptr;
 }
 
