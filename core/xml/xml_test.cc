@@ -252,6 +252,7 @@ TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
       L"  leading and trailing  ",
       L"caf\u00E9 \u20AC \U0001F600 \uFFFD \U0010FFFF",
       L"&amp; is not unescaped twice",
+      L"a plain run longer than sixteen bytes, then & and < and > and \u00E9 in it",
   };
   for (const wchar_t* sample : samples) {
     Document doc;
