@@ -39,7 +39,7 @@ class UnitsDictionary {
   const char* group(units::tUnitGroup group) const;
 
  private:
-  // Orders units and groups by value. A map over standard and enum types alone would have its
+  // Orders groups by value. A map over standard and enum types alone would have its
   // out-of-line members exported from the shared library; a comparator of this hidden class
   // keeps them private.
   struct tValueLess {
