@@ -54,10 +54,11 @@ bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
       ++exponent;
       continue;
     }
-    const double whole = std::floor(scaled);
+    // Positive and below 10^7: the conversion truncates, which is the floor.
+    const std::uint32_t whole = static_cast<std::uint32_t>(scaled);
     const double fraction = scaled - whole;
     if (std::fabs(fraction - 0.5) < 1e-6) return false;
-    digits = static_cast<std::uint32_t>(whole) + (fraction > 0.5 ? 1 : 0);
+    digits = whole + (fraction > 0.5 ? 1 : 0);
     if (digits < 1000000) return false;  // cannot happen for an exponent one below or right
     if (digits == 10000000) {            // 9999999.6 becomes 1.000000e7
       digits = 1000000;
@@ -133,21 +134,33 @@ char* printSevenDigits(double value, char* out, char* last) {
   return put(to, whole, count - whole);
 }
 
-// Writes the element's value as type Held.
+// Writes one element as type Held at `out`, which has room for kNumberTextSize characters;
+// where the text ends, unterminated.
 template <class Held>
-std::size_t printAs(const char* element, char* out, FloatDigits digits) {
+char* printOne(const char* element, char* out, FloatDigits digits) {
   char* const last = out + kNumberTextSize - 1;
   if constexpr (std::is_same_v<Held, bool>) {
     // Read as a byte, never as a bool object: scanning a bool stores any number, 2 included.
-    return terminate(out, std::to_chars(out, last, load<unsigned char>(element) != 0 ? 1 : 0).ptr);
+    *out = load<unsigned char>(element) != 0 ? '1' : '0';
+    return out + 1;
   } else if constexpr (std::is_floating_point_v<Held>) {
     const Held value = load<Held>(element);
-    if (digits == FloatDigits::kShortest)
-      return terminate(out, std::to_chars(out, last, value).ptr);
-    return terminate(out, printSevenDigits(value, out, last));
+    if (digits == FloatDigits::kShortest) return std::to_chars(out, last, value).ptr;
+    return printSevenDigits(value, out, last);
   } else {
-    return terminate(out, std::to_chars(out, last, load<Held>(element)).ptr);
+    return std::to_chars(out, last, load<Held>(element)).ptr;
   }
+}
+
+// Writes `count` elements of type Held, a blank between each two; where the text ends. One
+// loop per type, so that each element costs no call and no look-up of its conversion.
+template <class Held>
+char* printAs(const char* elements, std::size_t count, char* out, FloatDigits digits) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i != 0) *out++ = ' ';
+    out = printOne<Held>(elements + i * sizeof(Held), out, digits);
+  }
+  return out;
 }
 
 // The classic locale's white space, the characters the stream skipped before a number.
@@ -290,7 +303,7 @@ bool scanAs(const char* text, char* element) {
 
 // What each numeric type's element holds, and the type a token is read as.
 struct Conversion {
-  NumberPrinter print;
+  char* (*print)(const char* elements, std::size_t count, char* out, FloatDigits digits);
   bool (*scan)(const char* text, char* element);
 };
 
@@ -327,14 +340,15 @@ const Conversion* conversionOf(metadata::tValue type) {
 
 }  // namespace
 
-NumberPrinter numberPrinter(metadata::tValue type) {
-  const Conversion* conversion = conversionOf(type);
-  return conversion != nullptr ? conversion->print : nullptr;
+std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits) {
+  return printNumbers(type, element, 1, out, digits);
 }
 
-std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits) {
-  const NumberPrinter print = numberPrinter(type);
-  return print != nullptr ? print(element, out, digits) : 0;
+std::size_t printNumbers(metadata::tValue type, const char* elements, std::size_t count, char* out,
+                         FloatDigits digits) {
+  const Conversion* conversion = conversionOf(type);
+  return conversion != nullptr ? terminate(out, conversion->print(elements, count, out, digits))
+                               : 0;
 }
 
 std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out,

@@ -39,10 +39,11 @@ enum class FloatDigits {
 // what the element held before.
 std::size_t printNumber(metadata::tValue type, const char* element, char* out, FloatDigits digits);
 
-// printNumber for elements of one type, found once for a loop over many of them: null for a
-// type that has no number form.
-using NumberPrinter = std::size_t (*)(const char* element, char* out, FloatDigits digits);
-NumberPrinter numberPrinter(metadata::tValue type);
+// printNumber for `count` elements of one type at `elements`, one after another, a blank
+// between each two; `out` holds count * kNumberTextSize characters. The text is terminated
+// (when count is 0 it is empty). Returns its length, or 0 for a type without a number form.
+std::size_t printNumbers(metadata::tValue type, const char* elements, std::size_t count, char* out,
+                         FloatDigits digits);
 
 // The same text as wide characters, for writers that build wide strings; `out` holds
 // kNumberTextSize of them.

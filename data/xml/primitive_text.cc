@@ -92,7 +92,7 @@ std::vector<std::wstring> PrimitiveText::write(const tValues& values, Values::Fl
     }
     case tTextForm::kNumbers:
     case tTextForm::kStruct: {
-      std::string text;
+      std::string_view text;
       if (writeNumbers(values, digits, text)) blocks.emplace_back(text.begin(), text.end());
       break;
     }
@@ -103,33 +103,27 @@ std::vector<std::wstring> PrimitiveText::write(const tValues& values, Values::Fl
 }
 
 bool PrimitiveText::writeNumbers(const tValues& values, Values::FloatDigits digits,
-                                 std::string& out) {
-  out.clear();
+                                 std::string_view& text) {
   const unsigned width = Values::traits(values.type).elementSize;
   if (width == 0 || values.bytes.size() < width) return false;
   switch (Values::traits(values.type).text) {
     case tTextForm::kNumbers:
-      numbers(values, digits, out);
+      text = numbers(values, digits);
       return true;
     case tTextForm::kStruct:
-      return structs(values, digits, out);
+      return structs(values, digits, text);
     default:
       return false;
   }
 }
 
-void PrimitiveText::numbers(const tValues& values, Values::FloatDigits digits, std::string& out) {
-  const unsigned width = Values::traits(values.type).elementSize;
-  const std::size_t count = values.bytes.size() / width;
-  const Values::NumberPrinter print = Values::numberPrinter(values.type);
-  // Printed in place: room for every token, its blank and the last terminator, cut to size.
-  out.resize(count * Values::kNumberTextSize + 1);
-  char* to = out.data();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i != 0) *to++ = ' ';
-    to += print(values.bytes.data() + i * width, to, digits);
-  }
-  out.resize(static_cast<std::size_t>(to - out.data()));
+std::string_view PrimitiveText::numbers(const tValues& values, Values::FloatDigits digits) {
+  const std::size_t count = values.bytes.size() / Values::traits(values.type).elementSize;
+  // Printed in place. The buffer only grows, so that it is not filled anew for each block.
+  const std::size_t room = count * Values::kNumberTextSize;
+  if (printed_.size() < room) printed_.resize(room);
+  return {printed_.data(),
+          Values::printNumbers(values.type, values.bytes.data(), count, printed_.data(), digits)};
 }
 
 metadata::IStructLayout* PrimitiveText::layout(std::wstring_view base,
@@ -139,12 +133,15 @@ metadata::IStructLayout* PrimitiveText::layout(std::wstring_view base,
   return schema ? schema->layout() : nullptr;
 }
 
-bool PrimitiveText::structs(const tValues& values, Values::FloatDigits digits, std::string& out) {
+bool PrimitiveText::structs(const tValues& values, Values::FloatDigits digits,
+                            std::string_view& text) {
   core::memory::SharedPtr<metadata::ISchema> schema;
   metadata::IStructLayout* layout = this->layout(values.base, schema);
   if (layout == nullptr || layout->stride() == 0) return false;
   const std::string_view bytes = values.bytes;
   char number[Values::kNumberTextSize];
+  std::string& out = printed_;
+  out.clear();
   components(layout, bytes.size() / layout->stride(),
              [&](metadata::tValue type, std::size_t position, unsigned) {
                // A component without a number form (a string member) reads back as zero.
@@ -155,6 +152,7 @@ bool PrimitiveText::structs(const tValues& values, Values::FloatDigits digits, s
                appendToken(out, number, length);
                return true;
              });
+  text = out;
   return true;
 }
 

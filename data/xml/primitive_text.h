@@ -41,9 +41,9 @@ class PrimitiveText {
   std::vector<std::wstring> write(const tValues& values, Values::FloatDigits digits);
   std::vector<std::wstring> write(Design::Primitive& primitive, Values::FloatDigits digits);
   // For the numeric types and structs, whose values are one block of numbers, that block as
-  // ASCII into `out` (true), or false when write() gives no block; false for the other types.
-  // Saves writers of UTF-8 the detour through wide text.
-  bool writeNumbers(const tValues& values, Values::FloatDigits digits, std::string& out);
+  // ASCII in `text` (true), or false when write() gives no block; false for the other types.
+  // Saves writers of UTF-8 the detour through wide text. The text stays until the next call.
+  bool writeNumbers(const tValues& values, Values::FloatDigits digits, std::string_view& text);
 
   // What a reader of a document watches for: where to remark what it passes over (null for
   // nowhere), and how many bytes a primitive's values may take (0: no limit).
@@ -78,8 +78,8 @@ class PrimitiveText {
   // Remarks a token that is no number (`stored` null) or that was stored otherwise.
   static void remarkToken(const tWatch& watch, metadata::tValue type, const char* token,
                           const char* stored);
-  static void numbers(const tValues& values, Values::FloatDigits digits, std::string& out);
-  bool structs(const tValues& values, Values::FloatDigits digits, std::string& out);
+  std::string_view numbers(const tValues& values, Values::FloatDigits digits);
+  bool structs(const tValues& values, Values::FloatDigits digits, std::string_view& text);
   // The struct layout of the schema `base`; null without a locator or when it does not
   // resolve. `schema` keeps it alive.
   metadata::IStructLayout* layout(std::wstring_view base,
@@ -87,6 +87,8 @@ class PrimitiveText {
 
   metadata::ISchemaLocator* locator_;
   std::string scratch_;
+  // The text of the last block of numbers written.
+  std::string printed_;
   std::vector<const char*> tokens_;
   std::vector<char> values_;
   // Places whose held value a read keeps.

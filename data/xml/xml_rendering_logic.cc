@@ -141,8 +141,9 @@ void XMLRenderingLogic::primitive() {
   const PrimitiveText::tValues values{type, reader_.values(), base};
   const Values::FloatDigits digits =
       exact_ ? Values::FloatDigits::kShortest : Values::FloatDigits::kSeven;
-  if (text_.writeNumbers(values, digits, numbers_)) {
-    block(named, numbers_);
+  std::string_view numbers;
+  if (text_.writeNumbers(values, digits, numbers)) {
+    block(named, numbers);
     return;
   }
   const std::vector<std::wstring> blocks = text_.write(values, digits);

@@ -87,7 +87,6 @@ class XMLRenderingLogic {
   // may lead back up, or list one subtree many times over, and the output would grow without
   // bound.
   google::dense_hash_set<unsigned> written_;
-  std::string numbers_;
 };
 
 }  // namespace kestrine::platform::data::XML
