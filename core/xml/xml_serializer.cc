@@ -73,7 +73,6 @@ class Output {
     std::memcpy(room(length), text, length);
     used_ += length;
   }
-  void put(const std::string& text) { put(text.data(), text.size()); }
   const char* data() const { return bytes_.data(); }
   std::size_t size() const { return used_; }
   bool empty() const { return used_ == 0; }
@@ -119,8 +118,44 @@ char* escape(char32_t c, Context context, char* to) {
   return utf8::encode(isXMLChar(c) ? c : utf8::kReplacement, to);
 }
 
+#ifdef __SSE2__
+// Which of the sixteen bytes are not plain() in `context`, as a mask of their bits.
+int markupBytes(__m128i bytes, Context context) {
+  // Compared as signed bytes: those past ASCII are negative, below the space.
+  __m128i markup = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+                                _mm_cmpgt_epi8(bytes, _mm_set1_epi8(0x7E)));
+  if (context != Context::kName) {
+    markup = _mm_or_si128(markup, _mm_cmpeq_epi8(bytes, _mm_set1_epi8('&')));
+    // "<" (0x3C) and ">" (0x3E) are the two bytes that become ">" with bit 1 set.
+    markup = _mm_or_si128(
+        markup, _mm_cmpeq_epi8(_mm_or_si128(bytes, _mm_set1_epi8(2)), _mm_set1_epi8('>')));
+    if (context == Context::kAttribute)
+      markup = _mm_or_si128(markup, _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')));
+  }
+  return _mm_movemask_epi8(markup);
+}
+
+// The characters from `text` on that are plain() in `context`, up to `length` and in blocks of
+// four, written as bytes at `to`; how many. The characters are narrowed with saturation, so
+// that any past ASCII, or negative, lands on a byte that is not plain.
+std::size_t copyPlainBlocks(const wchar_t* text, std::size_t length, Context context, char* to) {
+  static_assert(sizeof(wchar_t) == 4, "four characters to a vector");
+  std::size_t done = 0;
+  for (; done + 4 <= length; done += 4) {
+    const __m128i wide = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + done));
+    const __m128i narrow = _mm_packs_epi32(wide, wide);
+    const __m128i bytes = _mm_packus_epi16(narrow, narrow);
+    if ((markupBytes(bytes, context) & 0xF) != 0) break;
+    const int four = _mm_cvtsi128_si32(bytes);
+    std::memcpy(to + done, &four, 4);
+  }
+  return done;
+}
+#endif
+
 // Appends `text` as UTF-8, escaped for where it goes, a slice at a time: each character takes
-// at most 6 bytes ("&quot;"), and a slice's room is asked for once.
+// at most 6 bytes ("&quot;"), and a slice's room is asked for once. Runs of plain ASCII,
+// which names and most values are, go four characters at a time.
 void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context context) {
   constexpr std::size_t kSlice = 4096;
   constexpr std::size_t kWidest = 6;
@@ -128,6 +163,13 @@ void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context
     const std::size_t count = std::min(length, kSlice);
     char* to = out.room(count * kWidest);
     for (std::size_t i = 0; i < count; ++i) {
+#ifdef __SSE2__
+      if (const std::size_t plain = copyPlainBlocks(text + i, count - i, context, to)) {
+        to += plain;
+        i += plain;
+        if (i == count) break;
+      }
+#endif
       const char32_t c = utf8::codePoint(text[i]);
       if (plainUnit(c, context))
         *to++ = static_cast<char>(c);
@@ -145,17 +187,9 @@ void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context
 bool allPlainText(const char* text, std::size_t length) {
   std::size_t i = 0;
 #ifdef __SSE2__
-  const __m128i space = _mm_set1_epi8(0x20), tilde = _mm_set1_epi8(0x7E);
-  const __m128i ampersand = _mm_set1_epi8('&'), angle = _mm_set1_epi8('>');
-  const __m128i two = _mm_set1_epi8(2);
   for (; i + 16 <= length; i += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-    // Compared as signed bytes: those past ASCII are negative, below the space.
-    __m128i markup = _mm_or_si128(_mm_cmplt_epi8(bytes, space), _mm_cmpgt_epi8(bytes, tilde));
-    markup = _mm_or_si128(markup, _mm_cmpeq_epi8(bytes, ampersand));
-    // "<" (0x3C) and ">" (0x3E) are the two bytes that become ">" with bit 1 set.
-    markup = _mm_or_si128(markup, _mm_cmpeq_epi8(_mm_or_si128(bytes, two), angle));
-    if (_mm_movemask_epi8(markup) != 0) return false;
+    if (markupBytes(bytes, Context::kText) != 0) return false;
   }
 #endif
   for (; i < length; ++i)
@@ -173,7 +207,7 @@ void appendName(Output& out, const wchar_t* name) {
 struct XMLSerializer::Impl {
   // An element whose end tag is not written yet.
   struct Open {
-    std::string name;
+    std::size_t name;          // where its name starts in `names`
     bool startTagOpen = true;  // its start tag still takes attributes: ">" not written
     bool hasChildren = false;
     bool hasText = false;
@@ -183,6 +217,9 @@ struct XMLSerializer::Impl {
   io::IDataWriter* writer = nullptr;
   Output buffer;
   std::vector<Open> open;
+  // The names of the open elements, written, one after the other: they end where the next
+  // one starts.
+  std::string names;
   // Open elements that have received character data. While there is one, everything written
   // is part of its text, so no whitespace may be added.
   std::size_t withText = 0;
@@ -275,11 +312,11 @@ void XMLSerializer::startElement(const wchar_t* name) {
     if (impl.withText == 0) impl.newLine(impl.open.size());
     parent.hasChildren = true;
   }
-  impl.open.emplace_back();
+  impl.open.push_back({impl.names.size()});
   impl.buffer.put('<');
   const std::size_t start = impl.buffer.size();
   appendName(impl.buffer, name);
-  impl.open.back().name.assign(impl.buffer.data() + start, impl.buffer.size() - start);
+  impl.names.append(impl.buffer.data() + start, impl.buffer.size() - start);
   impl.flushIfLarge();
 }
 
@@ -331,9 +368,10 @@ void XMLSerializer::endElement(bool flush) {
   } else {
     if (element.hasChildren && impl.withText == 0) impl.newLine(impl.open.size() - 1);
     impl.buffer.put("</", 2);
-    impl.buffer.put(element.name);
+    impl.buffer.put(impl.names.data() + element.name, impl.names.size() - element.name);
     impl.buffer.put('>');
   }
+  impl.names.resize(element.name);
   if (element.hasText) --impl.withText;
   impl.open.pop_back();
   if (impl.open.empty()) impl.buffer.put('\n');

@@ -253,6 +253,8 @@ TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
       L"caf\u00E9 \u20AC \U0001F600 \uFFFD \U0010FFFF",
       L"&amp; is not unescaped twice",
       L"a plain run longer than sixteen bytes, then & and < and > and \u00E9 in it",
+      // Characters whose low bits are plain ASCII: narrowing must not make them so.
+      L"\U00010041bcd efg\U0001003C \u0126xyz",
   };
   for (const wchar_t* sample : samples) {
     Document doc;
