@@ -182,24 +182,38 @@ void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context
   }
 }
 
-// Whether every byte of `text` is plain in text: printable ASCII but "&", "<" and ">". Most
-// text given as UTF-8 is numbers, all plain, so with SSE2 sixteen bytes are told at a time.
-bool allPlainText(const char* text, std::size_t length) {
+// Whether every byte of `text` is plain() in `context`. Most text given as UTF-8 is numbers,
+// all plain, so with SSE2 sixteen bytes are told at a time.
+bool allPlain(const char* text, std::size_t length, Context context) {
   std::size_t i = 0;
 #ifdef __SSE2__
   for (; i + 16 <= length; i += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-    if (markupBytes(bytes, Context::kText) != 0) return false;
+    if (markupBytes(bytes, context) != 0) return false;
   }
 #endif
   for (; i < length; ++i)
-    if (!kPlain[static_cast<int>(Context::kText)][static_cast<unsigned char>(text[i])])
-      return false;
+    if (!kPlain[static_cast<int>(context)][static_cast<unsigned char>(text[i])]) return false;
   return true;
 }
 
 void appendName(Output& out, const wchar_t* name) {
   appendEscaped(out, name, std::wcslen(name), Context::kName);
+}
+
+// A name given as UTF-8, mostly a program's ASCII constant, goes out as it is.
+void appendName(Output& out, const char* name) {
+  // Names are short: measured and checked in one pass.
+  std::size_t length = 0;
+  bool plain = true;
+  for (unsigned char c; (c = static_cast<unsigned char>(name[length])) != 0; ++length)
+    plain &= kPlain[static_cast<int>(Context::kName)][c];
+  if (plain) {
+    out.put(name, length);
+    return;
+  }
+  const string::WideString wide = string::StringAlgorithm::UTF8Decode(name, length);
+  appendEscaped(out, wide.string(), wide.length(), Context::kName);
 }
 
 }  // namespace
@@ -267,6 +281,36 @@ struct XMLSerializer::Impl {
     element.startTagOpen = false;
   }
 
+  template <class Char>
+  void start(const Char* name) {
+    if (name == nullptr || *name == 0) throw Exception("XML serializer: element without a name");
+    if (!open.empty()) {
+      Open& parent = open.back();
+      closeStartTag(parent);
+      if (withText == 0) newLine(open.size());
+      parent.hasChildren = true;
+    }
+    open.push_back({names.size()});
+    buffer.put('<');
+    const std::size_t start = buffer.size();
+    appendName(buffer, name);
+    names.append(buffer.data() + start, buffer.size() - start);
+    flushIfLarge();
+  }
+
+  template <class Char>
+  void attribute(const Char* name, const wchar_t* value, std::size_t length) {
+    if (!innermost("attribute").startTagOpen)
+      throw Exception("XML serializer: attribute after the content of its element");
+    if (name == nullptr || *name == 0) throw Exception("XML serializer: attribute without a name");
+    buffer.put(' ');
+    appendName(buffer, name);
+    buffer.put("=\"", 2);
+    if (value != nullptr) appendEscaped(buffer, value, length, Context::kAttribute);
+    buffer.put('"');
+    flushIfLarge();
+  }
+
   void newLine(std::size_t depth) {
     const std::size_t indent = 2 * std::min(depth, kIndentLevels);
     char* to = buffer.room(1 + indent);
@@ -304,20 +348,11 @@ void XMLSerializer::emitXMLHeader() {
 }
 
 void XMLSerializer::startElement(const wchar_t* name) {
-  Impl& impl = *impl_;
-  if (name == nullptr || *name == 0) throw Exception("XML serializer: element without a name");
-  if (!impl.open.empty()) {
-    Impl::Open& parent = impl.open.back();
-    impl.closeStartTag(parent);
-    if (impl.withText == 0) impl.newLine(impl.open.size());
-    parent.hasChildren = true;
-  }
-  impl.open.push_back({impl.names.size()});
-  impl.buffer.put('<');
-  const std::size_t start = impl.buffer.size();
-  appendName(impl.buffer, name);
-  impl.names.append(impl.buffer.data() + start, impl.buffer.size() - start);
-  impl.flushIfLarge();
+  impl_->start(name);
+}
+
+void XMLSerializer::startElement(const char* name) {
+  impl_->start(name);
 }
 
 void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
@@ -325,16 +360,11 @@ void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value) {
 }
 
 void XMLSerializer::addAttribute(const wchar_t* name, const wchar_t* value, std::size_t length) {
-  Impl& impl = *impl_;
-  if (!impl.innermost("attribute").startTagOpen)
-    throw Exception("XML serializer: attribute after the content of its element");
-  if (name == nullptr || *name == 0) throw Exception("XML serializer: attribute without a name");
-  impl.buffer.put(' ');
-  appendName(impl.buffer, name);
-  impl.buffer.put("=\"", 2);
-  if (value != nullptr) appendEscaped(impl.buffer, value, length, Context::kAttribute);
-  impl.buffer.put('"');
-  impl.flushIfLarge();
+  impl_->attribute(name, value, length);
+}
+
+void XMLSerializer::addAttribute(const char* name, const wchar_t* value, std::size_t length) {
+  impl_->attribute(name, value, length);
 }
 
 void XMLSerializer::characters(const wchar_t* text) {
@@ -349,7 +379,7 @@ void XMLSerializer::characters(const wchar_t* text, std::size_t length) {
 }
 
 void XMLSerializer::characters(const char* text, std::size_t length) {
-  if (text != nullptr && !allPlainText(text, length)) {
+  if (text != nullptr && !allPlain(text, length, Context::kText)) {
     string::WideString wide = string::StringAlgorithm::UTF8Decode(text, length);
     characters(wide.string(), wide.length());
     return;

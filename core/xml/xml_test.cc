@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -266,13 +267,22 @@ TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
     std::string expected = string::StringAlgorithm::UTF8Encode(string::WideString(sample));
     EXPECT_EQ(parse(text), (Events{"start v value=" + expected, "text " + expected, "end v"}))
         << text;
+    // Names and text given as UTF-8 come out the same.
     Document utf8;
-    utf8.serializer.startElement(L"v");
-    utf8.serializer.addAttribute(L"value", sample);
+    utf8.serializer.startElement("v");
+    utf8.serializer.addAttribute("value", sample, std::wcslen(sample));
     utf8.serializer.characters(expected.data(), expected.size());
     utf8.serializer.endElement();
     EXPECT_EQ(utf8.text(), text);
   }
+  Document wideName, utf8Name;
+  wideName.serializer.startElement(L"caf\u00E9");
+  wideName.serializer.addAttribute(L"\u00E9t\u00E9", L"1");
+  utf8Name.serializer.startElement("caf\xC3\xA9");
+  utf8Name.serializer.addAttribute("\xC3\xA9t\xC3\xA9", L"1", 1);
+  EXPECT_EQ(utf8Name.text(), wideName.text());
+  EXPECT_NE(wideName.text().find("<caf\xC3\xA9 \xC3\xA9t\xC3\xA9=\"1\""), std::string::npos);
+
   const wchar_t bad[] = {L'a', 0x1, 0x0, 0xB, 0xD800, 0xFFFE, 0xFFFF, 0x110000, L'z'};
   Document doc;
   doc.serializer.startElement(L"v");

@@ -1,5 +1,6 @@
 #include "data/xml/xml_rendering_logic.h"
 
+#include <cwchar>
 #include <string>
 
 #include "data/record/base.h"
@@ -16,7 +17,7 @@ using core::storage::datastore::IDataStore;
 
 namespace {
 
-const wchar_t* const kContainerTags[] = {L"node", L"group", L"link"};
+const char* const kContainerTags[] = {"node", "group", "link"};
 
 }  // namespace
 
@@ -92,10 +93,10 @@ void XMLRenderingLogic::root() {
   wchar_t text[Values::kNumberTextSize];
   Values::printNumber(metadata::kUInt32, reinterpret_cast<const char*>(&version), text,
                       Values::FloatDigits::kSeven);
-  writer_->startElement(L"root");
-  writer_->addAttribute(L"version", text);
+  writer_->startElement("root");
+  attribute("version", text);
   const std::wstring_view name = reader_.name();
-  writer_->addAttribute(L"name", name.data(), name.size());
+  writer_->addAttribute("name", name.data(), name.size());
   names();
 }
 
@@ -103,22 +104,23 @@ bool XMLRenderingLogic::container() {
   const unsigned type = reader_.containerType();
   if (type > structure::IContainer::kLink) return false;
   begin(kContainerTags[type]);
-  attribute(L"class", reader_.base());
-  if (type == structure::IContainer::kLink) attribute(L"to", reader_.info());
+  attribute("class", reader_.base());
+  if (type == structure::IContainer::kLink) attribute("to", reader_.info());
   optional();
   names();
   return true;
 }
 
 void XMLRenderingLogic::table() {
-  begin(L"table");
-  attribute(L"class", reader_.base());
+  begin("table");
+  attribute("class", reader_.base());
   optional();
   for (const Design::Table::tDefault& entry : reader_.defaults()) {
-    writer_->startElement(L"default");
-    writer_->addAttribute(L"unit", unitsDictionary().wideUnit(entry.unit));
-    if (const wchar_t* type = Values::traits(entry.type).wideDefaultName)
-      writer_->addAttribute(L"type", type);
+    writer_->startElement("default");
+    // Always written, empty for a unit without a name.
+    const wchar_t* unit = unitsDictionary().wideUnit(entry.unit);
+    writer_->addAttribute("unit", unit, unit != nullptr ? std::wcslen(unit) : 0);
+    attribute("type", Values::traits(entry.type).wideDefaultName);
     writer_->endElement();
   }
   names();
@@ -126,13 +128,12 @@ void XMLRenderingLogic::table() {
 
 void XMLRenderingLogic::primitive() {
   const metadata::tValue type = reader_.valuetype();
-  begin(Values::traits(type).wideName);
-  if (const wchar_t* units = unitsDictionary().wideUnit(reader_.units()))
-    writer_->addAttribute(L"units", units);
-  attribute(L"locale", reader_.valueLocale());
+  begin(Values::traits(type).name);
+  attribute("units", unitsDictionary().wideUnit(reader_.units()));
+  attribute("locale", reader_.valueLocale());
   const std::wstring_view base = type == metadata::kStruct ? reader_.base() : std::wstring_view();
-  attribute(L"type", base);
-  attribute(L"uri", reader_.uri());
+  attribute("type", base);
+  attribute("uri", reader_.uri());
   names();
   // Values go into "val" elements when the item has localized names, so that text never
   // mixes with them, and whenever there are several strings. Numbers, the bulk of most
@@ -154,30 +155,33 @@ void XMLRenderingLogic::primitive() {
 
 template <class Text>
 void XMLRenderingLogic::block(bool wrap, const Text& text) {
-  if (wrap) writer_->startElement(L"val");
+  if (wrap) writer_->startElement("val");
   writer_->characters(text.data(), text.size());
   if (wrap) writer_->endElement();
 }
 
-void XMLRenderingLogic::begin(const wchar_t* tag) {
+void XMLRenderingLogic::begin(const char* tag) {
   writer_->startElement(tag);
   const std::wstring_view name = reader_.name();
-  writer_->addAttribute(L"name", name.data(), name.size());
+  writer_->addAttribute("name", name.data(), name.size());
 }
 
-void XMLRenderingLogic::attribute(const wchar_t* name, std::wstring_view value) {
+void XMLRenderingLogic::attribute(const char* name, std::wstring_view value) {
   if (!value.empty()) writer_->addAttribute(name, value.data(), value.size());
 }
 
+void XMLRenderingLogic::attribute(const char* name, const wchar_t* value) {
+  if (value != nullptr) attribute(name, std::wstring_view(value));
+}
+
 void XMLRenderingLogic::optional() {
-  if (exact_ && (reader_.flags() & Record::kOptional) != 0)
-    writer_->addAttribute(L"optional", L"true");
+  if (exact_ && (reader_.flags() & Record::kOptional) != 0) attribute("optional", L"true");
 }
 
 void XMLRenderingLogic::names() {
   for (const Metadata::tLocalized& entry : reader_.names()) {
-    writer_->startElement(L"name");
-    writer_->addAttribute(L"locale", entry.locale.data(), entry.locale.size());
+    writer_->startElement("name");
+    writer_->addAttribute("locale", entry.locale.data(), entry.locale.size());
     writer_->characters(entry.text.data(), entry.text.size());
     writer_->endElement();
   }

@@ -67,9 +67,10 @@ class XMLRenderingLogic {
   void table();
   void primitive();
   // Starts element `tag` with the record's "name" attribute.
-  void begin(const wchar_t* tag);
-  // Adds an attribute unless `value` is empty.
-  void attribute(const wchar_t* name, std::wstring_view value);
+  void begin(const char* tag);
+  // Adds an attribute unless `value` is empty or null.
+  void attribute(const char* name, std::wstring_view value);
+  void attribute(const char* name, const wchar_t* value);
   // In an exact export, optional="true" for an optional item.
   void optional();
   // One "name" element per localized name of the record, in list order.

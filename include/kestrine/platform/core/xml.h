@@ -113,6 +113,9 @@ class KPL_CORE_API XMLSerializer {
   void addAttribute(const wchar_t* name, const wchar_t* value);
   // The same with a value of `length` characters, which need no terminator.
   void addAttribute(const wchar_t* name, const wchar_t* value, std::size_t length);
+  // The same with the name in UTF-8: a program's own ASCII names go out without conversion.
+  void startElement(const char* name);
+  void addAttribute(const char* name, const wchar_t* value, std::size_t length);
   // Text of the innermost open element; an empty text adds nothing (<x/> stays empty).
   void characters(const wchar_t* text);
   void characters(const wchar_t* text, std::size_t length);
