@@ -1,5 +1,7 @@
 #include "data/tree/table.h"
 
+#include <algorithm>
+
 #include "data/record/offsets.h"
 #include "data/record/table_record.h"
 
@@ -88,8 +90,20 @@ std::uint32_t Table::pair(units::tUnitGroup group, unsigned entry) const {
 std::vector<Table::tDefault> Table::defaults(IDataStore* store, unsigned list) {
   std::vector<tDefault> defaults;
   if (list == IDataStore::BADOFF) return defaults;
-  Record::Offsets pairs(store, list);
-  for (const auto& [group, index] : groupsOf(pairs))
+  const Record::Offsets pairs(store, list);
+  // The groups as groupsOf() orders them, without a tree: each pair's group and index in
+  // ascending group order, the first pair of a group that occurs twice kept.
+  std::vector<std::pair<units::tUnitGroup, unsigned>> groups;
+  groups.reserve(pairs.items() / 2);
+  for (unsigned i = 0, n = pairs.items(); i < n; i += 2)
+    groups.emplace_back(groupOf(static_cast<units::tUnit>(pairs.get(i))), i / 2);
+  std::stable_sort(groups.begin(), groups.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  groups.erase(std::unique(groups.begin(), groups.end(),
+                           [](const auto& a, const auto& b) { return a.first == b.first; }),
+               groups.end());
+  defaults.reserve(groups.size());
+  for (const auto& [group, index] : groups)
     defaults.push_back({static_cast<units::tUnit>(pair(pairs, group, index, 0)),
                         static_cast<metadata::tValue>(pair(pairs, group, index, 1))});
   return defaults;

@@ -43,12 +43,14 @@ TEST(Table, DefaultsAreKeptPerGroupInALazilyCreatedList) {
 }
 
 // Catches an index that takes the last pair of a group that a list written elsewhere
-// repeats.
+// repeats, and a reading of the list in place (as a document is written) that orders or
+// picks the pairs otherwise than the table does.
 TEST(Table, AStoredListWithARepeatedGroupIsIndexedByItsFirstPair) {
   MemoryDataStore store;
   Table table(&store, L"t");
   Record::Offsets list(&store);
-  for (unsigned entry : {unsigned(units::Meter), 17u, unsigned(units::KiloMeter), 16u})
+  for (unsigned entry : {unsigned(units::Kilogram), 9u, unsigned(units::Meter), 17u,
+                         unsigned(units::KiloMeter), 16u})
     list.add(entry);
   Record::Table record(&store, table.offset());
   record.defaults(list.offset());
@@ -56,6 +58,11 @@ TEST(Table, AStoredListWithARepeatedGroupIsIndexedByItsFirstPair) {
   Table reopened(&store, table.offset(), false);
   EXPECT_EQ(reopened.units(group::Length), units::Meter);
   EXPECT_EQ(reopened.valuetype(group::Length), metadata::kDouble);
+  const std::vector<Table::tDefault> read = Table::defaults(&store, list.offset());
+  ASSERT_EQ(read.size(), 2u);
+  EXPECT_EQ(read[0].unit, units::Meter);  // the length group sorts before the mass group
+  EXPECT_EQ(read[0].type, metadata::kDouble);
+  EXPECT_EQ(read[1].unit, units::Kilogram);
 }
 
 // Catches an inherit that replaces the base instead of appending "a;b;c", overwrites a

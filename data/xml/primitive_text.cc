@@ -67,39 +67,39 @@ std::vector<std::wstring> PrimitiveText::write(Design::Primitive& primitive,
 
 std::vector<std::wstring> PrimitiveText::write(const tValues& values, Values::FloatDigits digits) {
   std::vector<std::wstring> blocks;
-  const unsigned width = Values::traits(values.type).elementSize;
-  if (width == 0 || values.bytes.size() < width) return blocks;
-  switch (Values::traits(values.type).text) {
-    case tTextForm::kBase64: {
-      WideString text = StringAlgorithm::UTF8Decode(
-          StringAlgorithm::EncodeBase64(values.bytes.data(), values.bytes.size()).c_str());
-      blocks.emplace_back(text.string(), text.length());
-      break;
-    }
-    case tTextForm::kStrings: {
-      std::vector<wchar_t> characters(values.bytes.size() / width);
-      std::memcpy(characters.data(), values.bytes.data(), characters.size() * width);
-      // Strings end at their terminators; a last one without is still a string.
-      std::size_t start = 0;
-      for (std::size_t i = 0; i < characters.size(); ++i) {
-        if (characters[i] != L'\0') continue;
-        blocks.emplace_back(characters.data() + start, i - start);
-        start = i + 1;
-      }
-      if (start < characters.size())
-        blocks.emplace_back(characters.data() + start, characters.size() - start);
-      break;
-    }
-    case tTextForm::kNumbers:
-    case tTextForm::kStruct: {
-      std::string_view text;
-      if (writeNumbers(values, digits, text)) blocks.emplace_back(text.begin(), text.end());
-      break;
-    }
-    case tTextForm::kNone:
-      break;
-  }
+  std::string_view text;
+  if (writeNumbers(values, digits, text) || writeBase64(values, text))
+    blocks.emplace_back(text.begin(), text.end());
+  for (std::wstring_view string : writeStrings(values))
+    blocks.emplace_back(string);
   return blocks;
+}
+
+bool PrimitiveText::writeBase64(const tValues& values, std::string_view& text) {
+  if (Values::traits(values.type).text != tTextForm::kBase64 || values.bytes.empty()) return false;
+  printed_.assign(StringAlgorithm::EncodeBase64(values.bytes.data(), values.bytes.size()));
+  text = printed_;
+  return true;
+}
+
+const std::vector<std::wstring_view>& PrimitiveText::writeStrings(const tValues& values) {
+  strings_.clear();
+  const unsigned width = Values::traits(values.type).elementSize;
+  if (Values::traits(values.type).text != tTextForm::kStrings || values.bytes.size() < width)
+    return strings_;
+  // Copied out: the values need not lie where wide characters may be read.
+  characters_.resize(values.bytes.size() / width);
+  std::memcpy(characters_.data(), values.bytes.data(), characters_.size() * width);
+  // Strings end at their terminators; a last one without is still a string.
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < characters_.size(); ++i) {
+    if (characters_[i] != L'\0') continue;
+    strings_.emplace_back(characters_.data() + start, i - start);
+    start = i + 1;
+  }
+  if (start < characters_.size())
+    strings_.emplace_back(characters_.data() + start, characters_.size() - start);
+  return strings_;
 }
 
 bool PrimitiveText::writeNumbers(const tValues& values, Values::FloatDigits digits,

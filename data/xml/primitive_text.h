@@ -44,6 +44,12 @@ class PrimitiveText {
   // ASCII in `text` (true), or false when write() gives no block; false for the other types.
   // Saves writers of UTF-8 the detour through wide text. The text stays until the next call.
   bool writeNumbers(const tValues& values, Values::FloatDigits digits, std::string_view& text);
+  // For binary values, their base64 block in `text` (true); false for other types and when
+  // there are no values. The text stays until the next call.
+  bool writeBase64(const tValues& values, std::string_view& text);
+  // For the text types, their strings as write() gives them, as views that stay until the
+  // next call; none for other types.
+  const std::vector<std::wstring_view>& writeStrings(const tValues& values);
 
   // What a reader of a document watches for: where to remark what it passes over (null for
   // nowhere), and how many bytes a primitive's values may take (0: no limit).
@@ -87,8 +93,11 @@ class PrimitiveText {
 
   metadata::ISchemaLocator* locator_;
   std::string scratch_;
-  // The text of the last block of numbers written.
+  // The text of the last block of numbers or base64 written, the strings last written and
+  // the characters they lie in.
   std::string printed_;
+  std::vector<std::wstring_view> strings_;
+  std::vector<wchar_t> characters_;
   std::vector<const char*> tokens_;
   std::vector<char> values_;
   // Places whose held value a read keeps.

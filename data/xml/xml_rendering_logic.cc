@@ -137,20 +137,20 @@ void XMLRenderingLogic::primitive() {
   names();
   // Values go into "val" elements when the item has localized names, so that text never
   // mixes with them, and whenever there are several strings. Numbers, the bulk of most
-  // documents, go out as ASCII without a wide copy.
+  // documents, and base64 go out as ASCII without a wide copy.
   const bool named = !reader_.names().empty();
   const PrimitiveText::tValues values{type, reader_.values(), base};
   const Values::FloatDigits digits =
       exact_ ? Values::FloatDigits::kShortest : Values::FloatDigits::kSeven;
-  std::string_view numbers;
-  if (text_.writeNumbers(values, digits, numbers)) {
-    block(named, numbers);
+  std::string_view text;
+  if (text_.writeNumbers(values, digits, text) || text_.writeBase64(values, text)) {
+    block(named, text);
     return;
   }
-  const std::vector<std::wstring> blocks = text_.write(values, digits);
-  const bool wrap = blocks.size() > 1 || (!blocks.empty() && named);
-  for (const std::wstring& text : blocks)
-    block(wrap, text);
+  const std::vector<std::wstring_view>& strings = text_.writeStrings(values);
+  const bool wrap = strings.size() > 1 || (!strings.empty() && named);
+  for (std::wstring_view string : strings)
+    block(wrap, string);
 }
 
 template <class Text>
