@@ -69,18 +69,26 @@ bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
   return false;
 }
 
-// The decimal digits of `value`, which lies in [10^6, 10^7), at `out`: the first alone, then
-// three pairs from a table, each pair one division by a constant.
+// The decimal digits of `value`, which lies in [10^6, 10^7), at `out`: value / 10^6 as a
+// fixed-point number with 48 bits after the point, then the first digit from its whole part
+// and three pairs, each from the whole part of the fraction times 100. The factor is 2^48 /
+// 10^6 rounded up, which errs by less than 10^-6 of a unit over the whole range, so no
+// digit comes out one too low (the fixed-point method of jeaiii's itoa).
 void writeSevenDigits(std::uint32_t value, char* out) {
   static constexpr char kPairs[] =
       "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
       "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
       "8081828384858687888990919293949596979899";
-  out[0] = static_cast<char>('0' + value / 1000000);
-  value %= 1000000;
-  std::memcpy(out + 1, kPairs + 2 * (value / 10000), 2);
-  std::memcpy(out + 3, kPairs + 2 * (value / 100 % 100), 2);
-  std::memcpy(out + 5, kPairs + 2 * (value % 100), 2);
+  constexpr std::uint64_t kFraction = (std::uint64_t{1} << 48) - 1;
+  std::uint64_t fixed = value * std::uint64_t{281474977};  // ceil(2^48 / 10^6)
+  out[0] = static_cast<char>('0' + (fixed >> 48));
+  auto pair = [&fixed](char* to) {
+    fixed = (fixed & kFraction) * 100;
+    std::memcpy(to, kPairs + 2 * (fixed >> 48), 2);
+  };
+  pair(out + 1);
+  pair(out + 3);
+  pair(out + 5);
 }
 
 // printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
