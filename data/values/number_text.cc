@@ -97,20 +97,26 @@ void writeSevenDigits(std::uint32_t value, char* out) {
 // costs as much as all the rest of an export; roundToSeven decides all but near-ties and
 // extreme exponents cheaply, and zeros, denormals, infinities and NaNs keep the exact path.
 char* printSevenDigits(double value, char* out, char* last) {
+  const double magnitude = std::fabs(value);
+  // Zeros and denormals have the exponent field 0, infinities and NaNs all ones.
+  const auto field = load<std::uint64_t>(reinterpret_cast<const char*>(&magnitude)) >> 52;
   std::uint32_t rounded;
   int exponent;
-  if (!std::isfinite(value) || !(std::fabs(value) >= std::numeric_limits<double>::min()) ||
-      !roundToSeven(std::fabs(value), rounded, exponent))
+  if (field == 0 || field == 0x7FF || !roundToSeven(magnitude, rounded, exponent))
     return std::to_chars(out, last, value, std::chars_format::general, 7).ptr;
   // Seven digits, and zeros behind them: digits go out eight bytes at a time, each copy a
   // single move rather than a call, and what lies past a copy's count is written over or
   // lies past the end. A fixed number has at most seven digits before its point (the
   // exponent is at most 6) and three zeros after it (at least -4).
-  char digits[16] = "00000000";
+  constexpr std::uint64_t kZeros = 0x3030303030303030;  // "00000000"
+  char digits[16];
+  std::memcpy(digits + 8, &kZeros, 8);
   writeSevenDigits(rounded, digits);
-  int count = 7;
-  while (count > 1 && digits[count - 1] == '0')
-    --count;
+  digits[7] = '0';
+  // The digits that count end at the last one that is no zero: the highest byte (of eight,
+  // read little-endian) that differs from "0". The first digit never is one.
+  const std::uint64_t nonZero = load<std::uint64_t>(digits) ^ kZeros;
+  const int count = (63 - __builtin_clzll(nonZero)) / 8 + 1;
   auto put = [&digits](char* to, int from, int length) {
     std::memcpy(to, digits + from, 8);
     return to + length;
@@ -160,15 +166,32 @@ char* printOne(const char* element, char* out, FloatDigits digits) {
   }
 }
 
-// Writes `count` elements of type Held, a blank between each two; where the text ends. One
-// loop per type, so that each element costs no call and no look-up of its conversion.
-template <class Held>
-char* printAs(const char* elements, std::size_t count, char* out, FloatDigits digits) {
+// Writes `count` elements of `size` bytes with `print`, a blank between each two; where the
+// text ends.
+template <class Print>
+char* printEach(const char* elements, std::size_t size, std::size_t count, char* out,
+                Print print) {
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) *out++ = ' ';
-    out = printOne<Held>(elements + i * sizeof(Held), out, digits);
+    out = print(elements + i * size, out);
   }
   return out;
+}
+
+// printEach for elements of type Held. One loop per type, so that each element costs no call
+// and no look-up of its conversion; floating-point types choose their form once.
+template <class Held>
+char* printAs(const char* elements, std::size_t count, char* out, FloatDigits digits) {
+  if constexpr (std::is_floating_point_v<Held>) {
+    if (digits == FloatDigits::kSeven) {
+      return printEach(elements, sizeof(Held), count, out, [](const char* element, char* to) {
+        return printSevenDigits(load<Held>(element), to, to + kNumberTextSize - 1);
+      });
+    }
+  }
+  return printEach(elements, sizeof(Held), count, out, [digits](const char* element, char* to) {
+    return printOne<Held>(element, to, digits);
+  });
 }
 
 // The classic locale's white space, the characters the stream skipped before a number.
