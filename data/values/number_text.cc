@@ -9,6 +9,7 @@
 #include <iterator>
 #include <limits>
 #include <type_traits>
+#include <vector>
 
 namespace kestrine::platform::data::Values {
 
@@ -169,8 +170,7 @@ char* printOne(const char* element, char* out, FloatDigits digits) {
 // Writes `count` elements of `size` bytes with `print`, a blank between each two; where the
 // text ends.
 template <class Print>
-char* printEach(const char* elements, std::size_t size, std::size_t count, char* out,
-                Print print) {
+char* printEach(const char* elements, std::size_t size, std::size_t count, char* out, Print print) {
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) *out++ = ' ';
     out = print(elements + i * size, out);
@@ -274,48 +274,106 @@ bool belowOne(const char* first, const char* last) {
   return decade + exponent <= 0;
 }
 
-// Reads the way the stream did, which handed what it collected to strtod (strtof for a
-// float) and failed unless every collected character was used and the result was finite. An
-// underflow was no failure there: strtod's zero of the right sign was kept. from_chars rounds
-// the same way but refuses both overflow and underflow, and takes no "+".
 // The common decimals ("-123.4567"), read without the general conversion: digits with at
 // most one point inside them and no exponent, whose digits as an integer m and count k after
 // the point make m and 10^k exact in Float. Then m / 10^k is one correctly rounded division,
 // which is the correctly rounded value of the decimal, as strtod gives it (Clinger's fast
-// path). False, reading nothing, for any other text.
+// path). Answers where the number ends, or null, reading nothing, for any other text.
 template <class Float>
-bool readPlainDecimal(const char* text, Float& result) {
+const char* readPlainDecimal(const char* text, Float& result) {
   constexpr std::uint64_t kExactInteger = std::uint64_t{1} << std::numeric_limits<Float>::digits;
   constexpr int kExactPower = std::is_same_v<Float, float> ? 10 : kLastExactPower;
   const bool negative = *text == '-';
   const char* at = skipSign(text);
   std::uint64_t digits = 0;
-  int count = 0, after = 0;
-  for (; isDigit(*at) && count < 19; ++at, ++count)
+  int room = 19;  // digits in all, before and after the point, that 64 bits hold
+  for (; room != 0 && isDigit(*at); --room, ++at)
     digits = digits * 10 + static_cast<unsigned>(*at - '0');
+  int after = 0;
   if (*at == '.') {
-    for (++at; isDigit(*at) && count < 19; ++at, ++count, ++after)
+    const int before = room;
+    for (++at; room != 0 && isDigit(*at); --room, ++at)
       digits = digits * 10 + static_cast<unsigned>(*at - '0');
-    if (after == 0) return false;  // "5." and "." are left to the general reading
+    after = before - room;
+    if (after == 0) return nullptr;  // "5." and "." are left to the general reading
   }
-  if (count == 0 || isDigit(*at) || *at == '.' || *at == 'e' || *at == 'E') return false;
-  if (digits > kExactInteger || after > kExactPower) return false;
+  if (room == 19 || isDigit(*at) || *at == '.' || *at == 'e' || *at == 'E') return nullptr;
+  if (digits > kExactInteger || after > kExactPower) return nullptr;
   const Float value = static_cast<Float>(digits) / static_cast<Float>(kExactPowersOfTen[after]);
   result = negative ? -value : value;
-  return true;
+  return at;
 }
 
+// The general reading of the number from `text` to `last`, where floatEnd() puts its end.
+// The stream handed what it collected to strtod (strtof for a float) and failed unless every
+// collected character was used and the result was finite. An underflow was no failure there:
+// strtod's zero of the right sign was kept. from_chars rounds the same way but refuses both
+// overflow and underflow, and takes no "+".
 template <class Float>
-bool readFloat(const char* text, Float& result) {
-  if (readPlainDecimal(text, result)) return true;
+bool readGeneralFloat(const char* text, const char* last, Float& result) {
   const char* const first = *text == '+' ? text + 1 : text;
-  const char* const last = floatEnd(text);
   const auto [end, error] = std::from_chars(first, last, result);
   if (end != last || error == std::errc::invalid_argument) return false;
   if (error == std::errc()) return true;
   if (!belowOne(first, last)) return false;
   result = *first == '-' ? -Float{0} : Float{0};
   return true;
+}
+
+// Reads the way the stream did, the common decimals without the general conversion.
+template <class Float>
+bool readFloat(const char* text, Float& result) {
+  return readPlainDecimal(text, result) != nullptr ||
+         readGeneralFloat(text, floatEnd(text), result);
+}
+
+// The separators of a block of numbers: blank, tab, CR and LF.
+bool isSeparator(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+// Reads the token at `text` as scanNumber reads it for an element of type Held, when that
+// keeps it as written: where the number ends, or null when it does not read, or does not
+// read as written (a minus before an unsigned type wraps).
+template <class Held>
+const char* readKept(const char* text, Held& value) {
+  if constexpr (std::is_floating_point_v<Held>) {
+    if (const char* end = readPlainDecimal(text, value)) return end;
+    const char* const end = floatEnd(text);
+    return readGeneralFloat(text, end, value) ? end : nullptr;
+  } else {
+    if (std::is_unsigned_v<Held> && *text == '-') return nullptr;
+    return readInteger(text, value) ? skipDigits(skipSign(text)) : nullptr;
+  }
+}
+
+template <class Held>
+bool scanBlockAs(const char* text, std::vector<char>& out, tBlock& block) {
+  const std::size_t start = out.size();
+  // Room for the most tokens the text can hold, one character and a separator each; cut to
+  // what was read.
+  out.resize(start + (std::strlen(text) / 2 + 1) * sizeof(Held));
+  char* to = out.data() + start;
+  block = tBlock{};
+  for (;;) {
+    while (isSeparator(*text))
+      ++text;
+    if (*text == '\0') break;
+    // The token must be all number: what follows one ("12abc") is read otherwise.
+    Held value;
+    const char* const end = readKept(text, value);
+    if (end == nullptr || (*end != '\0' && !isSeparator(*end))) {
+      out.resize(start);
+      return false;
+    }
+    std::memcpy(to, &value, sizeof value);
+    to += sizeof value;
+    ++block.numbers;
+    text = end;
+    block.trailing = *text != '\0';
+  }
+  out.resize(static_cast<std::size_t>(to - out.data()));
+  return block.numbers != 0;
 }
 
 template <class Read>
@@ -395,6 +453,26 @@ std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out
 bool scanNumber(metadata::tValue type, const char* text, char* element) {
   const Conversion* conversion = conversionOf(type);
   return conversion != nullptr && conversion->scan(text, element);
+}
+
+bool scanBlock(metadata::tValue type, const char* text, std::vector<char>& out, tBlock& block) {
+  switch (type) {
+    case metadata::kInt32:
+      return scanBlockAs<std::int32_t>(text, out, block);
+    case metadata::kUInt32:
+      return scanBlockAs<std::uint32_t>(text, out, block);
+    case metadata::kInt64:
+      return scanBlockAs<std::int64_t>(text, out, block);
+    case metadata::kUInt64:
+      return scanBlockAs<std::uint64_t>(text, out, block);
+    case metadata::kScalar:
+      return scanBlockAs<float>(text, out, block);
+    default: {
+      const Conversion* conversion = conversionOf(type);
+      return conversion != nullptr && conversion->scan == &scanAs<double> &&
+             scanBlockAs<double>(text, out, block);
+    }
+  }
 }
 
 bool fitsElement(metadata::tValue type, const char* text, const char* element) {

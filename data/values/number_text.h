@@ -2,6 +2,7 @@
 #define KPL_DATA_VALUES_NUMBER_TEXT_H_
 
 #include <cstddef>
+#include <vector>
 
 #include "kestrine/platform/data/metadata/value.h"
 
@@ -65,6 +66,23 @@ std::size_t printNumber(metadata::tValue type, const char* element, wchar_t* out
 // and when the number is missing, out of the read type's range, or is a float whose exponent
 // mark has no digits ("1e", "1e+"); "inf", "nan" and hexadecimal are never read.
 bool scanNumber(metadata::tValue type, const char* text, char* element);
+
+// A block of numbers as scanBlock read it: how many, and whether separators follow the last
+// (where a block split at separators has one more, empty, token).
+struct tBlock {
+  std::size_t numbers = 0;
+  bool trailing = false;
+};
+
+// A whole block of numbers read at once, for the types whose elements keep what they read:
+// scalar, double and the vector and matrix types, int32, int64, and the unsigned uint32 and
+// uint64 but for a minus sign, which wraps. When `text` is one or more tokens separated by
+// blanks, tabs, CRs and LFs (any number of them, before and after too), each of which
+// scanNumber reads whole, to its last character, appends one element per token to `out`,
+// each what scanNumber reads from it, and answers true. False, leaving `out` as it was, for
+// any other type or text: tokens that do not read, or read only in part ("12abc"), are read
+// one by one.
+bool scanBlock(metadata::tValue type, const char* text, std::vector<char>& out, tBlock& block);
 
 // Whether the number that scanNumber read from `text` into `element` is kept as written: bool,
 // int8 and int16 are read as an int of which only the low bytes are kept, uint8 and uint16

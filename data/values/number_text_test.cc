@@ -291,6 +291,78 @@ TEST(NumberTextTest, ScansRandomTokensAsTheStreamDid) {
   }
 }
 
+// Catches a block read at once that differs from its tokens read one by one: a value, a
+// count, separators after the last token missed, a token read in part ("12abc") or one that
+// does not read taken, or a refused block that leaves elements behind.
+TEST(NumberTextTest, ReadsBlocksOfNumbersAsTheirTokens) {
+  static const char kSeparators[] = {' ', '\t', '\r', '\n'};
+  std::mt19937_64 random(99);
+  auto separators = [&random](std::string& text, int most) {
+    for (int n = static_cast<int>(random() % (most + 1)); n > 0; --n)
+      text += kSeparators[random() % 4];
+  };
+  for (int i = 0; i < 20000; ++i) {
+    const bool plain = i % 2 == 0;
+    std::string text;
+    std::vector<std::string> tokens;
+    separators(text, 2);
+    for (int t = 1 + static_cast<int>(random() % 6); t > 0; --t) {
+      std::string token = random() % 2 ? "-" : "";
+      token += std::to_string(random() % 1000000);
+      if (random() % 2) token += "." + std::to_string(random() % 100000);
+      if (!plain && random() % 3 == 0) token = randomToken(random);
+      if (token.find_first_of(" \t\r\n") != std::string::npos || token.empty()) continue;
+      tokens.push_back(token);
+      text += token;
+      text += kSeparators[random() % 4];
+      separators(text, 1);
+    }
+    if (tokens.empty() || random() % 2) {
+      while (!text.empty() && std::strchr(" \t\r\n", text.back()) != nullptr)
+        text.pop_back();
+    }
+    const bool points = text.find('.') != std::string::npos;
+    const bool minus = text.find('-') != std::string::npos;
+    for (metadata::tValue type :
+         {metadata::kScalar, metadata::kDouble, metadata::kVector3, metadata::kInt32,
+          metadata::kUInt32, metadata::kInt64, metadata::kUInt64}) {
+      std::vector<char> out(3, 'x');
+      tBlock block;
+      const bool read = scanBlock(type, text.c_str(), out, block);
+      // An integer type reads "1.5" in part, and an unsigned one wraps "-1".
+      const bool integer = type >= metadata::kInt32 && type <= metadata::kUInt64;
+      const bool wraps = type == metadata::kUInt32 || type == metadata::kUInt64;
+      if (plain && !(integer && points) && !(wraps && minus)) {
+        ASSERT_EQ(read, !tokens.empty()) << text;
+      }
+      if (!read) {
+        EXPECT_EQ(out, std::vector<char>(3, 'x')) << text;
+        continue;
+      }
+      const std::size_t width =
+          type == metadata::kScalar || type == metadata::kInt32 || type == metadata::kUInt32 ? 4
+                                                                                             : 8;
+      ASSERT_EQ(block.numbers, tokens.size()) << text;
+      ASSERT_EQ(out.size(), 3 + tokens.size() * width) << text;
+      EXPECT_EQ(block.trailing, std::strchr(" \t\r\n", text.back()) != nullptr) << text;
+      for (std::size_t t = 0; t < tokens.size(); ++t) {
+        char expected[8];
+        ASSERT_TRUE(scanNumber(type, tokens[t].c_str(), expected)) << tokens[t];
+        EXPECT_EQ(std::memcmp(out.data() + 3 + t * width, expected, width), 0) << tokens[t];
+      }
+    }
+  }
+  std::vector<char> out;
+  tBlock block;
+  for (const char* refused : {"", " \t", "1 12abc", "1 -", "1\v2", "1 1e", "inf", "1 1e999"})
+    EXPECT_FALSE(scanBlock(metadata::kDouble, refused, out, block)) << refused;
+  EXPECT_FALSE(scanBlock(metadata::kInt32, "1 2.5", out, block));
+  EXPECT_FALSE(scanBlock(metadata::kUInt32, "1 -2", out, block));
+  EXPECT_FALSE(scanBlock(metadata::kInt8, "1 2", out, block));  // may not keep what it reads
+  EXPECT_FALSE(scanBlock(metadata::kInt32, "1 99999999999", out, block));
+  EXPECT_TRUE(out.empty());
+}
+
 // A locale with "," as decimal point and digit grouping, as a user's locale may be.
 template <class Char>
 struct CommaPunct : std::numpunct<Char> {

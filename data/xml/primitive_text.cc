@@ -183,6 +183,7 @@ void PrimitiveText::read(Design::Primitive& primitive, const char* text, bool ap
       break;
     }
     case tTextForm::kNumbers:
+      if (readNumberBlock(primitive, text, watch)) break;
       split(text);
       readNumbers(primitive, watch);
       break;
@@ -234,6 +235,22 @@ void PrimitiveText::split(const char* text) {
       return;
     }
   }
+}
+
+bool PrimitiveText::readNumberBlock(Design::Primitive& primitive, const char* text,
+                                    const tWatch& watch) {
+  const metadata::tValue type = primitive.valuetype();
+  const unsigned held = primitive.dimension();
+  values_.clear();
+  Values::tBlock block;
+  // Fewer numbers than held values keep the rest, which the tokens do.
+  if (!Values::scanBlock(type, text, values_, block) || block.numbers < held) return false;
+  // Limited as the tokens are: a split makes one more, empty, after trailing separators.
+  const std::size_t tokens = block.numbers + (block.trailing ? 1 : 0);
+  if (!fits(std::max<unsigned long long>(held, tokens) * Design::Primitive::stride(type), watch))
+    return true;
+  primitive.set(values_.data(), 0, static_cast<unsigned>(block.numbers));
+  return true;
 }
 
 void PrimitiveText::readNumbers(Design::Primitive& primitive, const tWatch& watch) {

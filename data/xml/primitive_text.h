@@ -77,6 +77,10 @@ class PrimitiveText {
   // make no token, the text after the last separator always makes one (empty after trailing
   // whitespace).
   void split(const char* text);
+  // The common block, whose every token reads whole and is kept as written, read at once
+  // without splitting it, with the result the tokens give; false, having changed nothing,
+  // when the tokens are to be read one by one.
+  bool readNumberBlock(Design::Primitive& primitive, const char* text, const tWatch& watch);
   void readNumbers(Design::Primitive& primitive, const tWatch& watch);
   void readStructs(Design::Primitive& primitive, const tWatch& watch);
   // False, with a remark, when `bytes` of values are over the limit.
