@@ -185,21 +185,21 @@ TEST(XMLParsingLogicTest, ReportsTheHandlersMessagesWithTheNameAsGiven) {
 // are dropped.
 TEST(XMLParsingLogicTest, ReadsNumbersTokenByToken) {
   MemoryDataStore store;
-  parse(
-      store,
-      "<root name='r'><node name='n'>"
-      "<int32 name='grow'> 1\t2\r\n3  </int32>"
-      "<int32 name='partial' dim='3'>x 9</int32>"
-      "<int32 name='cut'>1.5 12abc</int32>"
-      "<bool name='b' dim='2'>true 2</bool>"
-      "<int8 name='wrap'>300 -129</int8>"
-      "<vector3 name='v' dim='5'>1 2</vector3>"
-      "<double name='d' dim='3'> 1.5\t-2.25\n </double><scalar name='s' dim='1'>.5 -0.25 </scalar>"
-      "<uint16 name='big' dim='99999999999'/>"
-      "<binary name='bin'>AAEC/w==</binary><binary name='bad'>*</binary>"
-      "<uint8 name='ref' uri='file:///x'>1 2</uint8>"
-      "<int32 name='again' dim='3'>5 6 7</int32><int32 name='again'>x 9</int32>"
-      "</node></root>");
+  parse(store,
+        "<root name='r'><node name='n'>"
+        "<int32 name='grow'> 1\t2\r\n3  </int32>"
+        "<int32 name='partial' dim='3'>x 9</int32>"
+        "<int32 name='cut'>1.5 12abc</int32>"
+        "<bool name='b' dim='2'>true 2</bool>"
+        "<int8 name='wrap'>300 -129</int8>"
+        "<vector3 name='v' dim='5'>1 2</vector3>"
+        "<double name='d' dim='3'> 1.5\t-2.25\n </double>"
+        "<scalar name='s' dim='1'>.5 -0.25 </scalar>"
+        "<uint16 name='big' dim='99999999999'/>"
+        "<binary name='bin'>AAEC/w==</binary><binary name='bad'>*</binary>"
+        "<uint8 name='ref' uri='file:///x'>1 2</uint8>"
+        "<int32 name='again' dim='3'>5 6 7</int32><int32 name='again'>x 9</int32>"
+        "</node></root>");
   EXPECT_EQ(values<int>(store, L"n.grow"), (std::vector<int>{1, 2, 3}));
   EXPECT_EQ(values<int>(store, L"n.partial"), (std::vector<int>{0, 9, 0}));
   EXPECT_EQ(values<int>(store, L"n.cut"), (std::vector<int>{1, 12}));
