@@ -182,18 +182,19 @@ void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context
   }
 }
 
-// Whether every byte of `text` is plain() in `context`. Most text given as UTF-8 is numbers,
-// all plain, so with SSE2 sixteen bytes are told at a time.
-bool allPlain(const char* text, std::size_t length, Context context) {
+// Whether every byte of `text` is plain in text: printable ASCII but "&", "<" and ">". Most
+// text given as UTF-8 is numbers, all plain, so with SSE2 sixteen bytes are told at a time.
+bool allPlainText(const char* text, std::size_t length) {
   std::size_t i = 0;
 #ifdef __SSE2__
   for (; i + 16 <= length; i += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-    if (markupBytes(bytes, context) != 0) return false;
+    if (markupBytes(bytes, Context::kText) != 0) return false;
   }
 #endif
   for (; i < length; ++i)
-    if (!kPlain[static_cast<int>(context)][static_cast<unsigned char>(text[i])]) return false;
+    if (!kPlain[static_cast<int>(Context::kText)][static_cast<unsigned char>(text[i])])
+      return false;
   return true;
 }
 
@@ -379,7 +380,7 @@ void XMLSerializer::characters(const wchar_t* text, std::size_t length) {
 }
 
 void XMLSerializer::characters(const char* text, std::size_t length) {
-  if (text != nullptr && !allPlain(text, length, Context::kText)) {
+  if (text != nullptr && !allPlainText(text, length)) {
     string::WideString wide = string::StringAlgorithm::UTF8Decode(text, length);
     characters(wide.string(), wide.length());
     return;

@@ -149,24 +149,6 @@ char* printSevenDigits(double value, char* out, char* last) {
   return put(to, whole, count - whole);
 }
 
-// Writes one element as type Held at `out`, which has room for kNumberTextSize characters;
-// where the text ends, unterminated.
-template <class Held>
-char* printOne(const char* element, char* out, FloatDigits digits) {
-  char* const last = out + kNumberTextSize - 1;
-  if constexpr (std::is_same_v<Held, bool>) {
-    // Read as a byte, never as a bool object: scanning a bool stores any number, 2 included.
-    *out = load<unsigned char>(element) != 0 ? '1' : '0';
-    return out + 1;
-  } else if constexpr (std::is_floating_point_v<Held>) {
-    const Held value = load<Held>(element);
-    if (digits == FloatDigits::kShortest) return std::to_chars(out, last, value).ptr;
-    return printSevenDigits(value, out, last);
-  } else {
-    return std::to_chars(out, last, load<Held>(element)).ptr;
-  }
-}
-
 // Writes `count` elements of `size` bytes with `print`, a blank between each two; where the
 // text ends.
 template <class Print>
@@ -178,20 +160,31 @@ char* printEach(const char* elements, std::size_t size, std::size_t count, char*
   return out;
 }
 
-// printEach for elements of type Held. One loop per type, so that each element costs no call
-// and no look-up of its conversion; floating-point types choose their form once.
+// printEach for elements of type Held, each into room for kNumberTextSize characters. One
+// loop per type and form, so that each element costs no call and no look-up of its
+// conversion.
 template <class Held>
 char* printAs(const char* elements, std::size_t count, char* out, FloatDigits digits) {
-  if constexpr (std::is_floating_point_v<Held>) {
-    if (digits == FloatDigits::kSeven) {
-      return printEach(elements, sizeof(Held), count, out, [](const char* element, char* to) {
-        return printSevenDigits(load<Held>(element), to, to + kNumberTextSize - 1);
-      });
+  auto each = [&](auto print) { return printEach(elements, sizeof(Held), count, out, print); };
+  if constexpr (std::is_same_v<Held, bool>) {
+    // Read as a byte, never as a bool object: scanning a bool stores any number, 2 included.
+    return each([](const char* element, char* to) {
+      *to = load<unsigned char>(element) != 0 ? '1' : '0';
+      return to + 1;
+    });
+  } else {
+    if constexpr (std::is_floating_point_v<Held>) {
+      if (digits == FloatDigits::kSeven) {
+        return each([](const char* element, char* to) {
+          return printSevenDigits(load<Held>(element), to, to + kNumberTextSize - 1);
+        });
+      }
     }
+    // Integers exactly, floating-point values in their shortest form.
+    return each([](const char* element, char* to) {
+      return std::to_chars(to, to + kNumberTextSize - 1, load<Held>(element)).ptr;
+    });
   }
-  return printEach(elements, sizeof(Held), count, out, [digits](const char* element, char* to) {
-    return printOne<Held>(element, to, digits);
-  });
 }
 
 // The classic locale's white space, the characters the stream skipped before a number.
@@ -320,11 +313,13 @@ bool readGeneralFloat(const char* text, const char* last, Float& result) {
   return true;
 }
 
-// Reads the way the stream did, the common decimals without the general conversion.
+// Reads a floating-point number the way the stream did, the common decimals without the
+// general conversion: where it ends, or null when it does not read.
 template <class Float>
-bool readFloat(const char* text, Float& result) {
-  return readPlainDecimal(text, result) != nullptr ||
-         readGeneralFloat(text, floatEnd(text), result);
+const char* readFloat(const char* text, Float& result) {
+  if (const char* end = readPlainDecimal(text, result)) return end;
+  const char* const end = floatEnd(text);
+  return readGeneralFloat(text, end, result) ? end : nullptr;
 }
 
 // The separators of a block of numbers: blank, tab, CR and LF.
@@ -338,9 +333,7 @@ bool isSeparator(char c) {
 template <class Held>
 const char* readKept(const char* text, Held& value) {
   if constexpr (std::is_floating_point_v<Held>) {
-    if (const char* end = readPlainDecimal(text, value)) return end;
-    const char* const end = floatEnd(text);
-    return readGeneralFloat(text, end, value) ? end : nullptr;
+    return readFloat(text, value);
   } else {
     if (std::is_unsigned_v<Held> && *text == '-') return nullptr;
     return readInteger(text, value) ? skipDigits(skipSign(text)) : nullptr;
@@ -382,7 +375,7 @@ bool scanAs(const char* text, char* element) {
   Read value;
   bool read;
   if constexpr (std::is_floating_point_v<Read>) {
-    read = readFloat(text, value);
+    read = readFloat(text, value) != nullptr;
   } else {
     read = readInteger(text, value);
   }
