@@ -16,6 +16,8 @@ class Locale;
 
 namespace kestrine::platform::data::Metadata {
 
+class Set;
+
 using core::storage::datastore::IDataStore;
 using core::string::WideString;
 
@@ -64,6 +66,9 @@ class Item {
   // Copies the item's records into `target`; the copy's offset, or BADOFF for a kind that
   // cannot be copied.
   virtual unsigned clone(IDataStore* target) = 0;
+  // The item as a set of children, or null: what a dynamic_cast tells, for the importer,
+  // which asks for every element it adopts.
+  virtual Set* asSet() { return nullptr; }
 
   IDataStore* store() const { return store_; }
   unsigned offset() const { return offset_; }

@@ -39,6 +39,7 @@ class Set : public Item {
 
   // True when every indexed child is unreferenced (an empty set is).
   bool unreferenced() override;
+  Set* asSet() override { return this; }
 
   // Builds the index from the children list (outside a scope; inside, the shared index is
   // built when first needed).

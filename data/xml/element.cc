@@ -89,7 +89,7 @@ bool Element::scan(metadata::tValue type, const char* text, char* value) {
 
 Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tAdoption container,
                                tAdoption table, tAdoption primitive) {
-  auto* set = dynamic_cast<Metadata::Set*>(parent);
+  Metadata::Set* set = parent != nullptr ? parent->asSet() : nullptr;
   if (set == nullptr || child == nullptr) return nullptr;
   Record::tType kind = Record::peek(store_, child->offset());
   tAdoption how = kind == Record::kContainer   ? container

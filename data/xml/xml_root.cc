@@ -29,7 +29,7 @@ Metadata::Item* XMLRoot::open(const char** attributes) {
 }
 
 Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {
-  auto* root = dynamic_cast<Metadata::Set*>(parent);
+  Metadata::Set* root = parent != nullptr ? parent->asSet() : nullptr;
   if (!exclusive_ || root == nullptr || child == nullptr)
     return adopt(parent, child, kAdd, kAdd, kRefuse);
   const wchar_t* name = child->tag();
