@@ -108,10 +108,11 @@ Metadata::Item* Element::adopt(Metadata::Item* parent, Metadata::Item* child, tA
     case kMerge:
       break;
   }
+  // Mostly the name is new: added straight away, since add() refuses a name held and
+  // changes nothing then.
+  if (set->add(child->offset(), child->tag())) return child;
   unsigned existing = set->find(child->tag());
-  if (existing == IDataStore::BADOFF)
-    return set->add(child->offset(), child->tag()) ? child : nullptr;
-  if (Record::peek(store_, existing) != kind) return nullptr;
+  if (existing == IDataStore::BADOFF || Record::peek(store_, existing) != kind) return nullptr;
   std::unique_ptr<Metadata::Item> found = reopen(store_, existing, kind);
   if (!equivalent(found.get(), child, kind)) return nullptr;
   // A hidden item is a member inherited from a class, there for the document to fill in;
