@@ -35,7 +35,10 @@ Table::Table(IDataStore* store, unsigned offset, bool shallow) : defaults_(IData
   children_ = record.children();
   defaults_ = record.defaults();
   locale_ = record.locale();
-  if (defaults_ != IDataStore::BADOFF) groups_ = groupsOf(Record::Offsets(store, defaults_));
+  if (defaults_ != IDataStore::BADOFF) {
+    const auto groups = orderedGroups(Record::Offsets(store, defaults_));
+    groups_.insert(groups.begin(), groups.end());
+  }
   if (!shallow) populate();
   // Counted last, so that a constructor that fails leaves the count as it was.
   record.ref();
@@ -65,11 +68,18 @@ unsigned Table::defaults(units::tUnit unit, metadata::tValue type) {
   return 1;
 }
 
-std::map<units::tUnitGroup, unsigned> Table::groupsOf(const Record::Offsets& list) {
-  std::map<units::tUnitGroup, unsigned> groups;
-  // emplace keeps the first pair of a group that occurs twice.
+std::vector<std::pair<units::tUnitGroup, unsigned>> Table::orderedGroups(
+    const Record::Offsets& list) {
+  std::vector<std::pair<units::tUnitGroup, unsigned>> groups;
+  groups.reserve(list.items() / 2);
   for (unsigned i = 0, n = list.items(); i < n; i += 2)
-    groups.emplace(groupOf(static_cast<units::tUnit>(list.get(i))), i / 2);
+    groups.emplace_back(groupOf(static_cast<units::tUnit>(list.get(i))), i / 2);
+  // Stable, so that unique() keeps the first pair of a group.
+  std::stable_sort(groups.begin(), groups.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  groups.erase(std::unique(groups.begin(), groups.end(),
+                           [](const auto& a, const auto& b) { return a.first == b.first; }),
+               groups.end());
   return groups;
 }
 
@@ -91,17 +101,7 @@ std::vector<Table::tDefault> Table::defaults(IDataStore* store, unsigned list) {
   std::vector<tDefault> defaults;
   if (list == IDataStore::BADOFF) return defaults;
   const Record::Offsets pairs(store, list);
-  // The groups as groupsOf() orders them, without a tree: each pair's group and index in
-  // ascending group order, the first pair of a group that occurs twice kept.
-  std::vector<std::pair<units::tUnitGroup, unsigned>> groups;
-  groups.reserve(pairs.items() / 2);
-  for (unsigned i = 0, n = pairs.items(); i < n; i += 2)
-    groups.emplace_back(groupOf(static_cast<units::tUnit>(pairs.get(i))), i / 2);
-  std::stable_sort(groups.begin(), groups.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  groups.erase(std::unique(groups.begin(), groups.end(),
-                           [](const auto& a, const auto& b) { return a.first == b.first; }),
-               groups.end());
+  const auto groups = orderedGroups(pairs);
   defaults.reserve(groups.size());
   for (const auto& [group, index] : groups)
     defaults.push_back({static_cast<units::tUnit>(pair(pairs, group, index, 0)),

@@ -71,8 +71,10 @@ class Table : public Metadata::Set {
   // Entry `entry` of the pair at `index` of `list`; 0 for group 0 or past the list's end.
   static std::uint32_t pair(const Record::Offsets& list, units::tUnitGroup group, unsigned index,
                             unsigned entry);
-  // Each group's pair index in `list`: the first pair of a group that occurs twice.
-  static std::map<units::tUnitGroup, unsigned> groupsOf(const Record::Offsets& list);
+  // Each group's pair index in `list`, in ascending group order: the first pair of a group
+  // that occurs twice.
+  static std::vector<std::pair<units::tUnitGroup, unsigned>> orderedGroups(
+      const Record::Offsets& list);
 
   std::map<units::tUnitGroup, unsigned> groups_;
   unsigned defaults_;

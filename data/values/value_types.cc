@@ -14,11 +14,11 @@ namespace {
 using metadata::tValue;
 
 #define KPL_VALUE(type, name, size, components, text, defaultName) \
-  { metadata::type, name, L##name, size, components, tTextForm::text, defaultName, L##defaultName }
+  { metadata::type, name, size, components, tTextForm::text, defaultName, L##defaultName }
 
 // Indexed by metadata::tValue.
 const tValueTraits kpValueTraits[] = {
-    {metadata::kNone, nullptr, nullptr, 0, 0, tTextForm::kNone, nullptr, nullptr},
+    {metadata::kNone, nullptr, 0, 0, tTextForm::kNone, nullptr, nullptr},
     KPL_VALUE(kBinary, "binary", 1, 0, kBase64, "binary"),
     KPL_VALUE(kUUID, "uuid", 4, 0, kStrings, "uuid"),
     KPL_VALUE(kString, "string", 4, 0, kStrings, "string"),
@@ -42,7 +42,7 @@ const tValueTraits kpValueTraits[] = {
     KPL_VALUE(kMatrix2x2, "matrix2x2", 8, 4, kNumbers, "mtx2x2"),
     KPL_VALUE(kMatrix3x3, "matrix3x3", 8, 9, kNumbers, "mtx3x3"),
     KPL_VALUE(kMatrix4x4, "matrix4x4", 8, 16, kNumbers, "mtx4x4"),
-    {metadata::kStruct, "struct", L"struct", 1, 0, tTextForm::kStruct, nullptr, nullptr},
+    {metadata::kStruct, "struct", 1, 0, tTextForm::kStruct, nullptr, nullptr},
 };
 #undef KPL_VALUE
 

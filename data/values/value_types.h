@@ -20,7 +20,6 @@ struct tValueTraits {
   metadata::tValue type;
   // The element name in documents ("double"); null for no type.
   const char* name;
-  const wchar_t* wideName;
   // The unit an array is counted in, in bytes: 4-byte characters for the text types, 8-byte
   // components for vectors and matrices, bytes for structs. 0 for no type.
   unsigned elementSize;
