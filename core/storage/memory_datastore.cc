@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "core/storage/record_arena.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/exception.h"
 
@@ -17,12 +18,6 @@ namespace {
 // Each offset ever given out costs one slot; used() counts it so that a store that has been
 // written to never reports 0 again, even when all its records were freed.
 constexpr unsigned long long kSlotBytes = 8;
-
-// A record's bytes; `live` is false once freed (the slot then waits on the free list).
-struct Slot {
-  std::vector<unsigned char> bytes;
-  bool live = false;
-};
 
 [[noreturn]] void throwNoRecord(const char* operation, unsigned offset) {
   throw Exception(std::string("memory datastore: ") + operation + " of offset " +
@@ -42,19 +37,13 @@ struct MemoryDataStore::Impl {
   // thread that reads its id holds the lock.
   std::atomic<std::thread::id> holder{std::thread::id()};
   unsigned depth = 0;  // touched only by the holder
-  std::vector<Slot> slots;
-  std::vector<unsigned> freeOffsets;
+  RecordArena records;
   unsigned long long liveBytes = 0;
   unsigned liveRecords = 0;
   std::atomic<unsigned> version{0};
   // Moves with every change, for the stamp; there is nobody else to make changes.
   std::atomic<unsigned long long> changes{0};
   std::unique_ptr<IAttachment> attachment;
-
-  Slot* find(unsigned offset) {
-    if (offset >= slots.size() || !slots[offset].live) return nullptr;
-    return &slots[offset];
-  }
 
   bool heldHere() const {
     return holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
@@ -106,22 +95,8 @@ IDataStore::ILock* MemoryDataStore::lock() {
 }
 
 unsigned MemoryDataStore::create(const void* data, unsigned size) {
-  const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  std::vector<unsigned char> record(bytes, bytes + (data ? size : 0));
-  record.resize(size);
   Impl::Changing guard(*impl_);
-  unsigned offset;
-  if (!impl_->freeOffsets.empty()) {
-    offset = impl_->freeOffsets.back();
-    impl_->freeOffsets.pop_back();
-  } else {
-    if (impl_->slots.size() >= BADOFF) throw Exception("memory datastore: no offsets left");
-    offset = static_cast<unsigned>(impl_->slots.size());
-    impl_->slots.emplace_back();
-  }
-  Slot& slot = impl_->slots[offset];
-  slot.bytes.swap(record);
-  slot.live = true;
+  unsigned offset = impl_->records.create(data, size);
   impl_->liveBytes += size;
   ++impl_->liveRecords;
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
@@ -129,68 +104,69 @@ unsigned MemoryDataStore::create(const void* data, unsigned size) {
 }
 
 void MemoryDataStore::append(unsigned offset, const void* data, unsigned size) {
-  const unsigned char* bytes = static_cast<const unsigned char*>(data);
   Impl::Changing guard(*impl_);
-  Slot* slot = impl_->find(offset);
-  if (slot == nullptr) throwNoRecord("append", offset);
-  slot->bytes.insert(slot->bytes.end(), bytes, bytes + size);
+  RecordArena::Bytes record;
+  if (!impl_->records.find(offset, record)) throwNoRecord("append", offset);
+  if (size > std::numeric_limits<unsigned>::max() - record.size)
+    throw Exception("memory datastore: a record at offset " + std::to_string(offset) +
+                    " would grow past 4 GiB");
+  unsigned char* bytes = impl_->records.resize(offset, record.size + size, record.size);
+  if (size != 0) std::memcpy(bytes + record.size, data, size);
   impl_->liveBytes += size;
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 void MemoryDataStore::write(unsigned offset, const void* data, unsigned size, bool) {
-  const unsigned char* bytes = static_cast<const unsigned char*>(data);
   Impl::Changing guard(*impl_);
-  Slot* slot = impl_->find(offset);
-  if (slot == nullptr) throwNoRecord("write", offset);
+  RecordArena::Bytes record;
+  if (!impl_->records.find(offset, record)) throwNoRecord("write", offset);
+  unsigned char* bytes = impl_->records.resize(offset, size, 0);
+  if (size != 0) std::memcpy(bytes, data, size);
   impl_->liveBytes += size;
-  impl_->liveBytes -= slot->bytes.size();
-  slot->bytes.assign(bytes, bytes + size);
+  impl_->liveBytes -= record.size;
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 void MemoryDataStore::patch(unsigned offset, unsigned at, const void* data, unsigned size, bool) {
   Impl::Changing guard(*impl_);
-  Slot* slot = impl_->find(offset);
-  if (slot == nullptr) throwNoRecord("patch", offset);
-  if (at > slot->bytes.size() || size > slot->bytes.size() - at)
+  RecordArena::Bytes record;
+  if (!impl_->records.find(offset, record)) throwNoRecord("patch", offset);
+  if (at > record.size || size > record.size - at)
     throw Exception("memory datastore: patch of " + std::to_string(size) + " bytes at byte " +
                     std::to_string(at) + " of the record at offset " + std::to_string(offset) +
-                    ", which has " + std::to_string(slot->bytes.size()));
-  if (size != 0) std::memcpy(slot->bytes.data() + at, data, size);
+                    ", which has " + std::to_string(record.size));
+  if (size != 0) std::memcpy(record.data + at, data, size);
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 unsigned MemoryDataStore::size(unsigned offset) {
   Impl::Reading guard(*impl_);
-  Slot* slot = impl_->find(offset);
-  return slot ? static_cast<unsigned>(slot->bytes.size()) : 0;
+  RecordArena::Bytes record;
+  return impl_->records.find(offset, record) ? record.size : 0;
 }
 
 unsigned MemoryDataStore::read(unsigned offset, void* destination, unsigned maximum) {
   Impl::Reading guard(*impl_);
-  Slot* slot = impl_->find(offset);
-  if (slot == nullptr) return 0;
-  unsigned count = std::min<unsigned>(maximum, static_cast<unsigned>(slot->bytes.size()));
-  if (count != 0) std::memcpy(destination, slot->bytes.data(), count);
+  RecordArena::Bytes record;
+  if (!impl_->records.find(offset, record)) return 0;
+  unsigned count = std::min(maximum, record.size);
+  if (count != 0) std::memcpy(destination, record.data, count);
   return count;
 }
 
 void MemoryDataStore::free(unsigned offset) {
   Impl::Changing guard(*impl_);
-  Slot* slot = impl_->find(offset);
-  if (slot == nullptr) return;
-  impl_->liveBytes -= slot->bytes.size();
+  RecordArena::Bytes record;
+  if (!impl_->records.find(offset, record)) return;
+  impl_->records.free(offset);
+  impl_->liveBytes -= record.size;
   --impl_->liveRecords;
-  std::vector<unsigned char>().swap(slot->bytes);
-  slot->live = false;
-  impl_->freeOffsets.push_back(offset);
   impl_->changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 unsigned long long MemoryDataStore::used() {
   Impl::Reading guard(*impl_);
-  return impl_->liveBytes + kSlotBytes * impl_->slots.size();
+  return impl_->liveBytes + kSlotBytes * impl_->records.offsets();
 }
 
 void MemoryDataStore::version(unsigned version) {
