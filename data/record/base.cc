@@ -52,19 +52,27 @@ Base::Base(IDataStore* store, unsigned offset) : Base() {
 
 void Base::load(unsigned offset) {
   offset_ = offset;
-  const unsigned size = store_->size(offset);
   // Past the bytes the last record used, the buffer is zero already.
   unsigned dirty = used_;
-  if (size > capacity_) {
-    release();
-    capacity_ = allocator(size);
-    buffer_ = static_cast<unsigned char*>(PooledHeap::malloc(capacity_));
-    dirty = capacity_;
-  }
-  // Reading at most what was sized keeps the buffer safe even if a caller outside the store
-  // lock resized the record in between; under the lock this is the whole record.
   try {
-    used_ = size == 0 ? 0 : store_->read(offset, buffer_, size);
+    // Most records fit the buffer at hand: one is read at once, and its size asked for only
+    // when it filled the buffer, which may mean that it is larger. Reading at most what the
+    // buffer holds keeps it safe even if a caller outside the store lock resized the record
+    // in between; under the lock this is the whole record.
+    unsigned got = capacity_ == 0 ? 0 : store_->read(offset, buffer_, capacity_);
+    if (got == capacity_) {
+      const unsigned size = store_->size(offset);
+      if (size > capacity_) {
+        const unsigned capacity = allocator(size);
+        auto* buffer = static_cast<unsigned char*>(PooledHeap::malloc(capacity));
+        release();
+        buffer_ = buffer;
+        capacity_ = capacity;
+        dirty = capacity;
+        got = store_->read(offset, buffer_, size);
+      }
+    }
+    used_ = got;
   } catch (...) {
     release();  // the buffer may hold part of a read: nothing of it is kept
     throw;
