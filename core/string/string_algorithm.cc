@@ -55,19 +55,22 @@ WideString StringAlgorithm::UTF8Decode(const char* text) {
 WideString StringAlgorithm::UTF8Decode(const char* text, std::size_t length) {
   std::wstring out;
   if (text == nullptr) return WideString(std::move(out));
-  out.reserve(length);
+  // No character takes less than a byte: sized for the most there can be, written in place,
+  // and cut to what there was.
+  out.resize(length);
+  wchar_t* to = out.data();
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
   std::size_t i = 0;
   while (i < length) {
     unsigned char byte = bytes[i];
     if (byte < 0x80) {
-      out += static_cast<wchar_t>(byte);
+      *to++ = static_cast<wchar_t>(byte);
       ++i;
       continue;
     }
     Lead lead = classify(byte);
     if (lead.length == 0) {
-      out += static_cast<wchar_t>(utf8::kReplacement);
+      *to++ = static_cast<wchar_t>(utf8::kReplacement);
       ++i;
       continue;
     }
@@ -82,9 +85,10 @@ WideString StringAlgorithm::UTF8Decode(const char* text, std::size_t length) {
     }
     // A short sequence is one maximal subpart: one replacement for everything it took, and
     // the byte that broke it starts afresh.
-    out += static_cast<wchar_t>(taken == lead.length ? value : utf8::kReplacement);
+    *to++ = static_cast<wchar_t>(taken == lead.length ? value : utf8::kReplacement);
     i += taken;
   }
+  out.resize(static_cast<std::size_t>(to - out.data()));
   return WideString(std::move(out));
 }
 

@@ -176,10 +176,12 @@ ChildIndex::Position ChildIndex::store() {
 bool ChildIndex::insert(const wchar_t* name, unsigned offset) {
   if (name == nullptr || reserved(name)) return false;
   ProbeScope probe(*this, name);
-  if (map_.find(kProbe) != map_.end()) return false;
+  // Stored first and inserted under its position, which compares as the name itself: one
+  // probe of the map, not a look-up and then an insert. A name that is taken is let go.
   probe_.stored = store();
-  map_.insert({probe_.stored, offset});
-  return true;
+  if (map_.insert({probe_.stored, offset}).second) return true;
+  names_.resize(probe_.stored);
+  return false;
 }
 
 void ChildIndex::discard(Position position) {

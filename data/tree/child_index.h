@@ -84,13 +84,15 @@ class ChildIndex {
     }
   };
   // Stored names are unique, so two stored positions are equal only when they are the same
-  // position; names are compared only against the name being looked up.
+  // position; names are compared only against the name being looked up or inserted.
   struct Equal {
     const ChildIndex* index;
     bool operator()(Position a, Position b) const {
       if (a == b) return true;
-      if (a != kProbe && b != kProbe) return false;
-      return index->holdsProbe(a == kProbe ? b : a);
+      const bool aProbes = a == kProbe || a == index->probe_.stored;
+      const bool bProbes = b == kProbe || b == index->probe_.stored;
+      if (aProbes == bProbes) return aProbes;
+      return index->holdsProbe(aProbes ? b : a);
     }
   };
   std::size_t hashStored(Position position) const;

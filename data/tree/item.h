@@ -14,6 +14,10 @@ namespace kestrine::platform::data::Record {
 class Locale;
 }  // namespace kestrine::platform::data::Record
 
+namespace kestrine::platform::data::Design {
+class Primitive;
+}  // namespace kestrine::platform::data::Design
+
 namespace kestrine::platform::data::Metadata {
 
 class Set;
@@ -69,6 +73,8 @@ class Item {
   // The item as a set of children, or null: what a dynamic_cast tells, for the importer,
   // which asks for every element it adopts.
   virtual Set* asSet() { return nullptr; }
+  // The item as a primitive, or null, likewise: the importer asks twice for every value.
+  virtual Design::Primitive* asPrimitive() { return nullptr; }
 
   IDataStore* store() const { return store_; }
   unsigned offset() const { return offset_; }

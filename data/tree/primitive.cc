@@ -27,13 +27,12 @@ Primitive::Primitive(IDataStore* store, metadata::tValue type, const wchar_t* na
 
 Primitive::Primitive(IDataStore* store, metadata::tValue type, const wchar_t* name,
                      const tStart& start)
-    : base_(type == metadata::kStruct ? start.base : nullptr),
-      uri_(start.uri),
-      uriMode_(start.uri != nullptr),
-      valuetype_(type),
-      valuesize_(0),
-      valuelocale_(start.valuelocale) {
+    : uriMode_(start.uri != nullptr), valuetype_(type), valuesize_(0) {
   store_ = store;
+  // Mostly there are none of these: the strings are made only for those there are.
+  if (type == metadata::kStruct && start.base != nullptr) base_ = start.base;
+  if (start.uri != nullptr) uri_ = start.uri;
+  if (start.valuelocale != nullptr) valuelocale_ = start.valuelocale;
   Record::Primitive::tFresh fresh;
   fresh.type = type;
   fresh.name = name;

@@ -80,6 +80,7 @@ class Primitive : public Metadata::Item {
   void clear() override;
   // Copies the record (with its localized names) into `target`, count 0.
   unsigned clone(IDataStore* target) override;
+  Primitive* asPrimitive() override { return this; }
 
  private:
   WideString base_;

@@ -1,6 +1,5 @@
 #include "data/xml/xml_parsing_logic.h"
 
-#include <cctype>
 #include <memory>
 #include <string>
 
@@ -106,9 +105,13 @@ void XMLParsingLogic::dropText(const char* owner) {
 }
 
 void XMLParsingLogic::lower(const char* name) {
+  // ASCII letters only, whatever the process's locale: the bytes of a UTF-8 name past ASCII
+  // stay as they are.
   unsigned i = 0;
-  for (; i < kNameLength && name[i] != '\0'; ++i)
-    lowered_[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[i])));
+  for (; i < kNameLength && name[i] != '\0'; ++i) {
+    const char c = name[i];
+    lowered_[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  }
   lowered_[i] = '\0';
 }
 

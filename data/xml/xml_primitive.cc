@@ -110,13 +110,13 @@ bool XMLPrimitive::set(Metadata::Item* item, const char* text) {
   bool append = substate_ == kValSub;
   if (append) substate_ = kNoSub;
   // The document's outermost element may stand for a target of another kind.
-  if (auto* primitive = dynamic_cast<Design::Primitive*>(item))
+  if (Design::Primitive* primitive = item->asPrimitive())
     text_.read(*primitive, text, append, PrimitiveText::tWatch{remarks_, limit_});
   return false;
 }
 
 void XMLPrimitive::close(Metadata::Item* item) {
-  if (auto* primitive = dynamic_cast<Design::Primitive*>(item)) text_.finish(*primitive);
+  if (Design::Primitive* primitive = item->asPrimitive()) text_.finish(*primitive);
 }
 
 }  // namespace kestrine::platform::data::XML
