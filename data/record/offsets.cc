@@ -6,7 +6,8 @@ namespace kestrine::platform::data::Record {
 
 Offsets::Offsets(IDataStore* store, unsigned offset) : Base(store, offset) {
   if (used() == 0) return;
-  if (id() != kOffsets) damaged("a record of kind " + std::to_string(id()) + " where a list belongs");
+  if (id() != kOffsets)
+    damaged("a record of kind " + std::to_string(id()) + " where a list belongs");
   if (used() < 4 || used() % 4 != 0) damaged("a list of " + std::to_string(used()) + " bytes");
 }
 
@@ -20,6 +21,14 @@ void Offsets::set(unsigned i, unsigned value) {
   unsigned n = items();
   if (i >= n) grow((i - n) * 4 + 4);
   put32(4 + 4 * i, value);
+  update(true);
+}
+
+void Offsets::set(unsigned i, unsigned first, unsigned second) {
+  unsigned n = items();
+  if (i + 1 >= n) grow((i + 1 - n) * 4 + 4);
+  put32(4 + 4 * i, first);
+  put32(8 + 4 * i, second);
   update(true);
 }
 

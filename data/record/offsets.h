@@ -24,6 +24,8 @@ class Offsets : public Base {
   void add(unsigned value);
   // Stores entry i, first extending the list with zero entries up to it when needed.
   void set(unsigned i, unsigned value);
+  // Stores entries i and i + 1 so, in one write.
+  void set(unsigned i, unsigned first, unsigned second);
   // Removes entry i; false (nothing written) when i is past the end.
   bool removeIndex(unsigned i);
   // Removes the first entry equal to `value`; false when there is none.

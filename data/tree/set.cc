@@ -188,21 +188,27 @@ bool Set::add(unsigned offset) {
 }
 
 bool Set::add(unsigned offset, const wchar_t* name) {
-  if (find(name) != IDataStore::BADOFF || reserved(name)) return false;
-  Record::Header(store_, offset).parent(offset_);
   SetIndex& index = state();
-  if (index.children != IDataStore::BADOFF) {
-    // The list is appended to without being read.
-    store_->append(index.children, &offset, 4);
-  } else {
-    Record::Offsets list(store_);
-    list.add(offset);
-    ParentRecord record(store_, offset_);
-    record.children(list.offset());
-    record.update(true);
-    index.children = list.offset();
+  // The index refuses a name it holds, or a reserved one, in the probe that takes it in; it
+  // lets the name go again if the store refuses the change.
+  if (!index.names.insert(name, offset)) return false;
+  try {
+    Record::Header(store_, offset).parent(offset_);
+    if (index.children != IDataStore::BADOFF) {
+      // The list is appended to without being read.
+      store_->append(index.children, &offset, 4);
+    } else {
+      Record::Offsets list(store_);
+      list.add(offset);
+      ParentRecord record(store_, offset_);
+      record.children(list.offset());
+      record.update(true);
+      index.children = list.offset();
+    }
+  } catch (...) {
+    index.names.erase(name);
+    throw;
   }
-  index.names.insert(name, offset);
   return true;
 }
 

@@ -62,8 +62,7 @@ unsigned Table::defaults(units::tUnit unit, metadata::tValue type) {
   // A group seen for the first time takes the next pair; a known one is overwritten in place.
   unsigned index = found != groups_.end() ? found->second : static_cast<unsigned>(groups_.size());
   Record::Offsets list(store_, defaults_);
-  list.set(2 * index, unit);
-  list.set(2 * index + 1, type);
+  list.set(2 * index, unit, type);
   groups_.emplace(group, index);
   return 1;
 }
