@@ -70,26 +70,31 @@ bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
   return false;
 }
 
-// The decimal digits of `value`, which lies in [10^6, 10^7), at `out`: value / 10^6 as a
-// fixed-point number with 48 bits after the point, then the first digit from its whole part
-// and three pairs, each from the whole part of the fraction times 100. The factor is 2^48 /
-// 10^6 rounded up, which errs by less than 10^-6 of a unit over the whole range, so no
-// digit comes out one too low (the fixed-point method of jeaiii's itoa).
-void writeSevenDigits(std::uint32_t value, char* out) {
+// "00000000", the bytes of a word read little-endian.
+constexpr std::uint64_t kZeros = 0x3030303030303030;
+
+// The decimal digits of `value`, which lies in [10^6, 10^7), as the first seven bytes of a word
+// (read little-endian) whose eighth is "0": value / 10^6 as a fixed-point number with 48 bits
+// after the point, then the first digit from its whole part and three pairs, each from the
+// whole part of the fraction times 100. The factor is 2^48 / 10^6 rounded up, which errs by
+// less than 10^-6 of a unit over the whole range, so no digit comes out one too low (the
+// fixed-point method of jeaiii's itoa). The digits are put together in a register: stored one
+// or two at a time and read back as a word, they would wait for the stores to retire.
+std::uint64_t sevenDigits(std::uint32_t value) {
   static constexpr char kPairs[] =
       "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
       "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
       "8081828384858687888990919293949596979899";
   constexpr std::uint64_t kFraction = (std::uint64_t{1} << 48) - 1;
   std::uint64_t fixed = value * std::uint64_t{281474977};  // ceil(2^48 / 10^6)
-  out[0] = static_cast<char>('0' + (fixed >> 48));
-  auto pair = [&fixed](char* to) {
+  std::uint64_t word = '0' + (fixed >> 48);
+  for (int shift = 8; shift < 56; shift += 16) {
     fixed = (fixed & kFraction) * 100;
-    std::memcpy(to, kPairs + 2 * (fixed >> 48), 2);
-  };
-  pair(out + 1);
-  pair(out + 3);
-  pair(out + 5);
+    std::uint16_t pair;
+    std::memcpy(&pair, kPairs + 2 * (fixed >> 48), 2);
+    word |= std::uint64_t{pair} << shift;
+  }
+  return word | std::uint64_t{'0'} << 56;
 }
 
 // printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
@@ -109,17 +114,15 @@ char* printSevenDigits(double value, char* out, char* last) {
   // single move rather than a call, and what lies past a copy's count is written over or
   // lies past the end. A fixed number has at most seven digits before its point (the
   // exponent is at most 6) and three zeros after it (at least -4).
-  constexpr std::uint64_t kZeros = 0x3030303030303030;  // "00000000"
-  char digits[16];
-  std::memcpy(digits + 8, &kZeros, 8);
-  writeSevenDigits(rounded, digits);
-  digits[7] = '0';
-  // The digits that count end at the last one that is no zero: the highest byte (of eight,
-  // read little-endian) that differs from "0". The first digit never is one.
-  const std::uint64_t nonZero = load<std::uint64_t>(digits) ^ kZeros;
-  const int count = (63 - __builtin_clzll(nonZero)) / 8 + 1;
-  auto put = [&digits](char* to, int from, int length) {
-    std::memcpy(to, digits + from, 8);
+  const std::uint64_t digits = sevenDigits(rounded);
+  // The digits that count end at the last one that is no zero: the highest byte that
+  // differs from "0". The first digit never is one.
+  const int count = (63 - __builtin_clzll(digits ^ kZeros)) / 8 + 1;
+  // The eight bytes from digit `first` on, zeros past the seventh.
+  auto put = [digits](char* to, int first, int length) {
+    const std::uint64_t bytes =
+        first == 0 ? digits : digits >> (8 * first) | kZeros << (64 - 8 * first);
+    std::memcpy(to, &bytes, 8);
     return to + length;
   };
 
@@ -129,7 +132,7 @@ char* printSevenDigits(double value, char* out, char* last) {
   *to = '-';
   to += value < 0;
   if (exponent < -4 || exponent >= 7) {
-    *to++ = digits[0];
+    *to++ = static_cast<char>(digits);
     if (count > 1) {
       *to++ = '.';
       to = put(to, 1, count - 1);
