@@ -72,8 +72,8 @@ std::vector<Design::Table::tDefault> ItemReader::defaults() const {
   return Design::Table::defaults(store_, record_.word(kDefaults));
 }
 
-void ItemReader::children(std::vector<unsigned>& out) const {
-  Set::entries(store_, record_.offset(), out);
+void ItemReader::children(Set::Lister& out) const {
+  out.start(store_, record_.offset());
 }
 
 metadata::tValue ItemReader::valuetype() const {

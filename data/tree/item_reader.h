@@ -9,6 +9,7 @@
 #include "data/record/entity.h"
 #include "data/record/locale.h"
 #include "data/tree/item.h"
+#include "data/tree/set.h"
 #include "data/tree/table.h"
 #include "kestrine/platform/data/metadata/value.h"
 #include "kestrine/platform/data/units.h"
@@ -44,8 +45,8 @@ class ItemReader {
   std::wstring_view base() const;
   // Tables: the default of every unit group.
   std::vector<Design::Table::tDefault> defaults() const;
-  // Roots, tables and containers: their children as Set::entries lists them.
-  void children(std::vector<unsigned>& out) const;
+  // Roots, tables and containers: starts `out` on their children, as Set::entries lists them.
+  void children(Set::Lister& out) const;
 
   // Primitives.
   metadata::tValue valuetype() const;

@@ -139,6 +139,66 @@ void Set::entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out
   out.assign(list.get(), list.get() + count);
 }
 
+Set::Lister::~Lister() = default;
+
+void Set::Lister::start(IDataStore* store, unsigned offset) {
+  store_ = store;
+  next_ = 0;
+  hashes_.clear();
+  hashed_.reset();
+  IndexCache* cache = IndexCache::current(store);
+  if (cache != nullptr) {
+    cache->check();
+    if (const SetIndex* index = cache->find(offset)) {
+      listed(store, *index, entries_);
+      listed_ = entries_.size();
+      counted_ = true;
+      return;
+    }
+  }
+  entries_.clear();
+  counted_ = false;
+  children_ = ParentRecord(store, offset).children();
+  if (children_ == IDataStore::BADOFF) return;
+  Record::Offsets list(store, children_);
+  // A list that is not there loads empty, without bytes to point into.
+  if (list.items() != 0) entries_.assign(list.get(), list.get() + list.items());
+}
+
+bool Set::Lister::next(unsigned& entry, Record::NamePeek& peek) {
+  if (!counted_ && next_ < entries_.size()) {
+    if (distinct(peek.read(store_, entries_[next_]), peek)) {
+      entry = entries_[next_++];
+      return true;
+    }
+    // Counted as entries() counts.
+    Record::Offsets list(store_, children_);
+    listed_ = std::min<std::size_t>(indexable(store_, list), list.items());
+    counted_ = true;
+  }
+  if (next_ >= (counted_ ? listed_ : entries_.size())) return false;
+  entry = entries_[next_++];
+  return true;
+}
+
+bool Set::Lister::distinct(Record::tType kind, const Record::NamePeek& peek) {
+  if (!childKind(kind) || reserved(peek.bytes(), peek.length())) return false;
+  const std::size_t hash = hashBytes(peek.bytes(), peek.length());
+  constexpr std::size_t kFew = 16;
+  if (hashed_ == nullptr) {
+    if (std::find(hashes_.begin(), hashes_.end(), hash) != hashes_.end()) return false;
+    hashes_.push_back(hash);
+    if (hashes_.size() <= kFew) return true;
+    hashed_ = std::make_unique<google::dense_hash_set<std::size_t>>();
+    hashed_->set_empty_key(0);
+    for (std::size_t seen : hashes_)
+      if (seen == 0 || !hashed_->insert(seen).second) return false;
+    return true;
+  }
+  // The empty key stands for no name: a name that hashes to it is counted the long way.
+  return hash != 0 && hashed_->insert(hash).second;
+}
+
 std::size_t Set::indexable(IDataStore* store, const Record::Offsets& list) {
   // Names are told apart by a 64-bit hash of their bytes. Two equal hashes, which two equal
   // names make, send the count to an index, which compares the names themselves.

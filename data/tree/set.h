@@ -1,9 +1,13 @@
 #ifndef KPL_DATA_TREE_SET_H_
 #define KPL_DATA_TREE_SET_H_
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
+#include <sparsehash/dense_hash_set>
+
+#include "data/record/base.h"
 #include "data/tree/index_cache.h"
 #include "data/tree/item.h"
 
@@ -12,6 +16,7 @@ class ISchema;
 }  // namespace kestrine::platform::data::metadata
 
 namespace kestrine::platform::data::Record {
+class NamePeek;
 class Offsets;
 }  // namespace kestrine::platform::data::Record
 
@@ -54,6 +59,39 @@ class Set : public Item {
   // The shared index counts the entries when the scope's cache holds it; otherwise they are
   // counted from the children's names, and no index is built.
   static void entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out);
+
+  // The same entries one at a time, for a walk that reads each child anyway. While every
+  // entry so far is a child with a name of its own, the next one is among them for certain;
+  // the children are counted, which reads every one of them, only when one is not.
+  class Lister {
+   public:
+    Lister() = default;
+    Lister(Lister&&) noexcept = default;
+    Lister& operator=(Lister&&) noexcept = default;
+    ~Lister();
+
+    // Starts on the set record at `offset`.
+    void start(IDataStore* store, unsigned offset);
+    // The next entry into `entry`; false after the last. `peek` is scratch space, which
+    // the listers of a walk may share.
+    bool next(unsigned& entry, Record::NamePeek& peek);
+
+   private:
+    // Takes in the name that `peek` read from a record of `kind`; false when it is no
+    // child's, or a name seen before.
+    bool distinct(Record::tType kind, const Record::NamePeek& peek);
+
+    IDataStore* store_ = nullptr;
+    unsigned children_ = IDataStore::BADOFF;  // the children list
+    std::vector<unsigned> entries_;
+    std::size_t next_ = 0;
+    // Once counted, the number of entries listed.
+    std::size_t listed_ = 0;
+    bool counted_ = false;
+    // The hashes of the names so far, while not counted: few are searched, many indexed.
+    std::vector<std::size_t> hashes_;
+    std::unique_ptr<google::dense_hash_set<std::size_t>> hashed_;
+  };
   // The child indexed under exactly `name`, or BADOFF.
   unsigned find(const wchar_t* name) const;
   // A child by dotted path: the first name by find(), the rest by a finder from there.

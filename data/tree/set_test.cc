@@ -20,6 +20,17 @@ using Design::Primitive;
 using testing::Subtree;
 const unsigned BAD = IDataStore::BADOFF;
 
+// The entries of the set record at `offset` as a lister gives them.
+std::vector<unsigned> listed(IDataStore& store, unsigned offset) {
+  Set::Lister lister;
+  lister.start(&store, offset);
+  Record::NamePeek peek;
+  std::vector<unsigned> entries;
+  for (unsigned entry; lister.next(entry, peek);)
+    entries.push_back(entry);
+  return entries;
+}
+
 // Catches a children list made per add, a parent field left unset, and an add of another
 // kind or a taken name that changes anything.
 TEST(Set, AddCreatesTheListOnceAndRefusesOtherKindsAndTakenNames) {
@@ -85,12 +96,37 @@ TEST(Set, EntriesCountedWithoutTheIndexAreTheIndexedOnes) {
     Set::entries(&store, 0, counted);
     Root(&store, 0).entries(indexed);
     EXPECT_EQ(counted, indexed);
+    EXPECT_EQ(listed(store, 0), counted);
     return counted.size();
   };
   EXPECT_EQ(both(), 2u);  // "a" and "b" are indexed: the first two entries
   append(again);
   append(c);
   EXPECT_EQ(both(), 3u);
+}
+
+// Catches a lister that gives an entry past those entries() gives, or stops short of them,
+// when a name comes back after many distinct ones (more than it searches without a hash
+// set); inside a scope, with the index at hand, it gives the same.
+TEST(Set, ListerGivesTheEntriesOneAtATime) {
+  for (const wchar_t* again : {L"x3", L"x30"}) {
+    MemoryDataStore store;
+    {
+      Root root(&store, L"root");
+      for (int i = 0; i < 40; ++i)
+        root.add(Primitive(&store, metadata::kInt8, (L"x" + std::to_wstring(i)).c_str()).offset());
+    }
+    auto append = [&store](unsigned offset) { store.append(u32(store, 0, 14), &offset, 4); };
+    append(Primitive(&store, metadata::kInt8, again).offset());  // listed, as the 41st name is
+    append(Primitive(&store, metadata::kInt8, L"y").offset());   // not listed
+    std::vector<unsigned> counted;
+    Set::entries(&store, 0, counted);
+    ASSERT_EQ(counted.size(), 41u);
+    EXPECT_EQ(listed(store, 0), counted) << "again: " << again;
+    IndexScope scope(&store);
+    EXPECT_EQ(Root(&store, 0).items(), 41u);
+    EXPECT_EQ(listed(store, 0), counted) << "again: " << again;
+  }
 }
 
 // Catches records of the subtree left behind by a remove (live record counts).

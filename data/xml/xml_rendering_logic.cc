@@ -45,13 +45,12 @@ void XMLRenderingLogic::translate(unsigned offset) {
   std::size_t depth = 0;
   if (start(offset, 0, open[0])) depth = 1;
   while (depth != 0) {
-    tOpen& top = open[depth - 1];
-    if (top.next == top.children.size()) {
+    unsigned child;
+    if (!open[depth - 1].children.next(child, peek_)) {
       --depth;
       writer_->endElement(false);
       continue;
     }
-    const unsigned child = top.children[top.next++];
     if (open.size() == depth) open.emplace_back();
     if (start(child, depth, open[depth])) ++depth;
   }
@@ -84,7 +83,6 @@ bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, tOpen& open) {
       return false;
   }
   reader_.children(open.children);
-  open.next = 0;
   return true;
 }
 

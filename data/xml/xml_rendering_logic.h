@@ -52,8 +52,7 @@ class XMLRenderingLogic {
   // A written start tag whose children are being written: they are listed once the tag is
   // written, since nothing changes the store while the document is written.
   struct tOpen {
-    std::vector<unsigned> children;
-    std::size_t next = 0;
+    Metadata::Set::Lister children;
   };
 
   // Writes the record's start tag (a primitive's whole element); true when it is a set whose
@@ -83,6 +82,8 @@ class XMLRenderingLogic {
   core::xml::XMLSerializer* writer_;
   const bool exact_;
   Metadata::ItemReader reader_;
+  // Scratch space for the listers of the open elements, which read children's names.
+  Record::NamePeek peek_;
   PrimitiveText text_;
   // Every record written. A tree lists each record once; in a damaged store a children list
   // may lead back up, or list one subtree many times over, and the output would grow without
