@@ -130,7 +130,9 @@ void RecordArena::reserve(Record& record, unsigned capacity, unsigned keep) {
 
 unsigned char* RecordArena::room(std::size_t capacity) {
   if (capacity > static_cast<std::size_t>(end_ - next_)) {
-    chunks_.emplace_back(new unsigned char[kChunkBytes]);
+    // Owned before the list takes it, so that a list that cannot grow drops it again.
+    Block chunk(new unsigned char[kChunkBytes]);
+    chunks_.push_back(std::move(chunk));
     wasted_ += end_ - next_;
     next_ = chunks_.back().get();
     end_ = next_ + kChunkBytes;

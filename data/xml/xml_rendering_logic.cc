@@ -41,12 +41,12 @@ XMLRenderingLogic::~XMLRenderingLogic() = default;
 void XMLRenderingLogic::translate(unsigned offset) {
   // A loop over the open elements rather than recursion: the depth of a tree is bounded by
   // memory, never by the stack. Levels keep their lists' buffers for the next element there.
-  std::vector<tOpen> open(1);
+  std::vector<Metadata::Set::Lister> open(1);
   std::size_t depth = 0;
   if (start(offset, 0, open[0])) depth = 1;
   while (depth != 0) {
     unsigned child;
-    if (!open[depth - 1].children.next(child, peek_)) {
+    if (!open[depth - 1].next(child, peek_)) {
       --depth;
       writer_->endElement(false);
       continue;
@@ -56,7 +56,7 @@ void XMLRenderingLogic::translate(unsigned offset) {
   }
 }
 
-bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, tOpen& open) {
+bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, Metadata::Set::Lister& children) {
   if (offset == IDataStore::BADOFF) return false;
   Metadata::Descent::check(offset, depth);
   if (!written_.insert(offset).second) {
@@ -82,7 +82,7 @@ bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, tOpen& open) {
     default:
       return false;
   }
-  reader_.children(open.children);
+  reader_.children(children);
   return true;
 }
 

@@ -49,15 +49,10 @@ class XMLRenderingLogic {
   void translate(unsigned offset);
 
  private:
-  // A written start tag whose children are being written: they are listed once the tag is
-  // written, since nothing changes the store while the document is written.
-  struct tOpen {
-    Metadata::Set::Lister children;
-  };
-
   // Writes the record's start tag (a primitive's whole element); true when it is a set whose
-  // children are to be written next, listed in `open`.
-  bool start(unsigned offset, std::size_t depth, tOpen& open);
+  // children are to be written next, as `children` lists them. Nothing changes the store
+  // while the document is written, so they are listed as the walk goes.
+  bool start(unsigned offset, std::size_t depth, Metadata::Set::Lister& children);
   // The start tag of the record just read, by kind, with its attributes and localized names
   // (a primitive's whole element but its end tag). A container of no known kind writes
   // nothing and answers false.
