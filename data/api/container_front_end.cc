@@ -1,5 +1,3 @@
-#include <sparsehash/dense_hash_set>
-
 #include <vector>
 
 #include "data/api/container_impl.h"
@@ -9,6 +7,7 @@
 #include "data/tree/finder.h"
 #include "data/tree/lock.h"
 #include "data/tree/logic.h"
+#include "data/tree/offset_set.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
 #include "kestrine/platform/core/exception.h"
@@ -127,8 +126,7 @@ unsigned IContainerFrontEnd::check(IDataStore* store,
   Metadata::Lock lock(store);
   if (store->used() == 0) return 0;
   unsigned failures = 0;
-  google::dense_hash_set<unsigned> seen;
-  seen.set_empty_key(IDataStore::BADOFF);
+  Metadata::OffsetSet seen;
   // A stack of its own rather than recursion: a damaged list may lead anywhere, and a tree
   // may be deeper than the stack.
   std::vector<unsigned> pending{0};
@@ -136,7 +134,7 @@ unsigned IContainerFrontEnd::check(IDataStore* store,
     const unsigned offset = pending.back();
     pending.pop_back();
     try {
-      if (offset == IDataStore::BADOFF || !seen.insert(offset).second) {
+      if (offset == IDataStore::BADOFF || !seen.insert(offset)) {
         throw core::Exception("damaged record at offset " + std::to_string(offset) +
                               ": listed twice in the tree, or in a cycle");
       }

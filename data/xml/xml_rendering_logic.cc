@@ -25,7 +25,6 @@ XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer
                                      metadata::ISchemaLocator* locator, unsigned offset,
                                      const format::xml::tExportOptions& options)
     : store_(store), writer_(writer), exact_(options.exact), reader_(store), text_(locator) {
-  written_.set_empty_key(IDataStore::BADOFF);
   writer_->emitXMLHeader();
   const bool wrap = options.inRoot && offset != 0 && Record::peek(store_, 0) == Record::kRoot;
   if (wrap) {
@@ -59,7 +58,7 @@ void XMLRenderingLogic::translate(unsigned offset) {
 bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, Metadata::Set::Lister& children) {
   if (offset == IDataStore::BADOFF) return false;
   Metadata::Descent::check(offset, depth);
-  if (!written_.insert(offset).second) {
+  if (!written_.insert(offset)) {
     throw core::Exception("damaged record at offset " + std::to_string(offset) +
                           ": listed twice in the tree, or in a cycle");
   }

@@ -1,13 +1,12 @@
 #ifndef KPL_DATA_XML_XML_RENDERING_LOGIC_H_
 #define KPL_DATA_XML_XML_RENDERING_LOGIC_H_
 
-#include <sparsehash/dense_hash_set>
-
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "data/tree/item_reader.h"
+#include "data/tree/offset_set.h"
 #include "data/xml/primitive_text.h"
 #include "kestrine/platform/core/datastore.h"
 #include "kestrine/platform/core/xml.h"
@@ -83,7 +82,7 @@ class XMLRenderingLogic {
   // Every record written. A tree lists each record once; in a damaged store a children list
   // may lead back up, or list one subtree many times over, and the output would grow without
   // bound.
-  google::dense_hash_set<unsigned> written_;
+  Metadata::OffsetSet written_;
 };
 
 }  // namespace kestrine::platform::data::XML
