@@ -33,9 +33,9 @@ const char* UnitsDictionary::unit(units::tUnit unit) const {
   return found != nullptr ? found->narrow : nullptr;
 }
 
-const wchar_t* UnitsDictionary::wideUnit(units::tUnit unit) const {
+std::wstring_view UnitsDictionary::wideUnit(units::tUnit unit) const {
   const tNames* found = names(unit);
-  return found != nullptr ? found->wide.c_str() : nullptr;
+  return found != nullptr ? std::wstring_view(found->wide) : std::wstring_view();
 }
 
 units::tUnit UnitsDictionary::unit(const char* name) const {

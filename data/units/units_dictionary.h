@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include <sparsehash/dense_hash_map>
 
@@ -27,8 +28,8 @@ class UnitsDictionary {
   // The name of `unit`, or null when no unit has that value (0 included). A unit with several
   // names answers the first one of the table ("Quart_US_fluid" for Quart).
   const char* unit(units::tUnit unit) const;
-  // The same name as wide text, or null.
-  const wchar_t* wideUnit(units::tUnit unit) const;
+  // The same name as wide text, or empty.
+  std::wstring_view wideUnit(units::tUnit unit) const;
 
   // The unit named exactly `name`: byte for byte, case-sensitive, trailing text included
   // ("InvCelsius," matches, "InvCelsius" does not). 0 when `name` is null or unknown.

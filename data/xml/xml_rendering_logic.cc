@@ -1,6 +1,5 @@
 #include "data/xml/xml_rendering_logic.h"
 
-#include <cwchar>
 #include <string>
 
 #include "data/record/base.h"
@@ -115,8 +114,8 @@ void XMLRenderingLogic::table() {
   for (const Design::Table::tDefault& entry : reader_.defaults()) {
     writer_->startElement("default");
     // Always written, empty for a unit without a name.
-    const wchar_t* unit = unitsDictionary().wideUnit(entry.unit);
-    writer_->addAttribute("unit", unit, unit != nullptr ? std::wcslen(unit) : 0);
+    const std::wstring_view unit = unitsDictionary().wideUnit(entry.unit);
+    writer_->addAttribute("unit", unit.data(), unit.size());
     attribute("type", Values::traits(entry.type).wideDefaultName);
     writer_->endElement();
   }
