@@ -7,6 +7,7 @@
 
 #include "data/record/entity.h"
 #include "data/record/offsets.h"
+#include "data/tree/item_reader.h"
 #include "data/tree/lock.h"
 #include "kestrine/platform/core/memory.h"
 #include "kestrine/platform/data/metadata/schema.h"
@@ -150,7 +151,7 @@ void Set::Lister::start(IDataStore* store, unsigned offset) {
   if (cache != nullptr) {
     cache->check();
     if (const SetIndex* index = cache->find(offset)) {
-      listed(store, *index, entries_);
+      Set::listed(store, *index, entries_);
       listed_ = entries_.size();
       counted_ = true;
       return;
@@ -165,25 +166,27 @@ void Set::Lister::start(IDataStore* store, unsigned offset) {
   if (list.items() != 0) entries_.assign(list.get(), list.get() + list.items());
 }
 
-bool Set::Lister::next(unsigned& entry, Record::NamePeek& peek) {
-  if (!counted_ && next_ < entries_.size()) {
-    if (distinct(peek.read(store_, entries_[next_]), peek)) {
-      entry = entries_[next_++];
-      return true;
-    }
-    // Counted as entries() counts.
-    Record::Offsets list(store_, children_);
-    listed_ = std::min<std::size_t>(indexable(store_, list), list.items());
-    counted_ = true;
-  }
+bool Set::Lister::next(unsigned& entry) {
   if (next_ >= (counted_ ? listed_ : entries_.size())) return false;
   entry = entries_[next_++];
   return true;
 }
 
-bool Set::Lister::distinct(Record::tType kind, const Record::NamePeek& peek) {
-  if (!childKind(kind) || reserved(peek.bytes(), peek.length())) return false;
-  const std::size_t hash = hashBytes(peek.bytes(), peek.length());
+bool Set::Lister::listed(Record::tType kind, const ItemReader& reader) {
+  if (counted_) return true;  // next() gives no others
+  if (childKind(kind)) {
+    const std::wstring_view name = reader.name();
+    const std::size_t length = name.size() * sizeof(wchar_t);
+    if (!reserved(name.data(), length) && distinct(hashBytes(name.data(), length))) return true;
+  }
+  // Counted as entries() counts. The entries before this one are all listed.
+  Record::Offsets list(store_, children_);
+  listed_ = std::min<std::size_t>(indexable(store_, list), list.items());
+  counted_ = true;
+  return next_ - 1 < listed_;
+}
+
+bool Set::Lister::distinct(std::size_t hash) {
   constexpr std::size_t kFew = 16;
   if (hashed_ == nullptr) {
     if (std::find(hashes_.begin(), hashes_.end(), hash) != hashes_.end()) return false;

@@ -16,11 +16,12 @@ class ISchema;
 }  // namespace kestrine::platform::data::metadata
 
 namespace kestrine::platform::data::Record {
-class NamePeek;
 class Offsets;
 }  // namespace kestrine::platform::data::Record
 
 namespace kestrine::platform::data::Metadata {
+
+class ItemReader;
 
 // An item with named children: the root, every container and every table. The children
 // live in the store as a Record::Offsets list whose offset stands in the set's children
@@ -72,14 +73,17 @@ class Set : public Item {
 
     // Starts on the set record at `offset`.
     void start(IDataStore* store, unsigned offset);
-    // The next entry into `entry`; false after the last. `peek` is scratch space, which
-    // the listers of a walk may share.
-    bool next(unsigned& entry, Record::NamePeek& peek);
+    // The next entry into `entry`; false after the last. Until the entries are counted, an
+    // entry is only offered: listed() must say whether it is one before next() is called
+    // again.
+    bool next(unsigned& entry);
+    // Whether the entry next() gave last is listed, from `reader`, which read its record as
+    // `kind` (kNoRecord when the record did not read).
+    bool listed(Record::tType kind, const ItemReader& reader);
 
    private:
-    // Takes in the name that `peek` read from a record of `kind`; false when it is no
-    // child's, or a name seen before.
-    bool distinct(Record::tType kind, const Record::NamePeek& peek);
+    // Takes in the hash of a name; false when it came before.
+    bool distinct(std::size_t hash);
 
     IDataStore* store_ = nullptr;
     unsigned children_ = IDataStore::BADOFF;  // the children list

@@ -5,6 +5,7 @@
 #include "core/storage/datastore_test_support.h"
 #include "data/record/entity.h"
 #include "data/record/offsets.h"
+#include "data/tree/item_reader.h"
 #include "data/tree/name_index.h"
 #include "data/tree/root.h"
 #include "data/tree/tree_test_support.h"
@@ -20,14 +21,20 @@ using Design::Primitive;
 using testing::Subtree;
 const unsigned BAD = IDataStore::BADOFF;
 
-// The entries of the set record at `offset` as a lister gives them.
+// The entries of the set record at `offset` as a lister gives them to a walk that reads each.
 std::vector<unsigned> listed(IDataStore& store, unsigned offset) {
   Set::Lister lister;
   lister.start(&store, offset);
-  Record::NamePeek peek;
+  ItemReader reader(&store);
   std::vector<unsigned> entries;
-  for (unsigned entry; lister.next(entry, peek);)
-    entries.push_back(entry);
+  for (unsigned entry; lister.next(entry);) {
+    Record::tType kind = Record::kNoRecord;
+    try {
+      kind = reader.read(entry);
+    } catch (const core::Exception&) {
+    }
+    if (lister.listed(kind, reader)) entries.push_back(entry);
+  }
   return entries;
 }
 

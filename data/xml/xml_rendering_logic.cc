@@ -1,5 +1,6 @@
 #include "data/xml/xml_rendering_logic.h"
 
+#include <exception>
 #include <string>
 
 #include "data/record/base.h"
@@ -41,27 +42,41 @@ void XMLRenderingLogic::translate(unsigned offset) {
   // memory, never by the stack. Levels keep their lists' buffers for the next element there.
   std::vector<Metadata::Set::Lister> open(1);
   std::size_t depth = 0;
-  if (start(offset, 0, open[0])) depth = 1;
+  if (start(offset, 0, nullptr, open[0])) depth = 1;
   while (depth != 0) {
     unsigned child;
-    if (!open[depth - 1].next(child, peek_)) {
+    if (!open[depth - 1].next(child)) {
       --depth;
       writer_->endElement(false);
       continue;
     }
     if (open.size() == depth) open.emplace_back();
-    if (start(child, depth, open[depth])) ++depth;
+    if (start(child, depth, &open[depth - 1], open[depth])) ++depth;
   }
 }
 
-bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, Metadata::Set::Lister& children) {
+bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, Metadata::Set::Lister* parent,
+                              Metadata::Set::Lister& children) {
+  // The record is read first: whether its parent lists it at all may hang on its name. The
+  // error of a record that does not read counts, if it is listed, after the checks' errors.
+  Record::tType kind = Record::kNoRecord;
+  std::exception_ptr unread;
+  if (offset != IDataStore::BADOFF) {
+    try {
+      kind = reader_.read(offset);
+    } catch (...) {
+      unread = std::current_exception();
+      kind = Record::kNoRecord;
+    }
+  }
+  if (parent != nullptr && !parent->listed(kind, reader_)) return false;
   if (offset == IDataStore::BADOFF) return false;
   Metadata::Descent::check(offset, depth);
   if (!written_.insert(offset)) {
     throw core::Exception("damaged record at offset " + std::to_string(offset) +
                           ": listed twice in the tree, or in a cycle");
   }
-  const Record::tType kind = reader_.read(offset);
+  if (unread) std::rethrow_exception(unread);
   if (kind == Record::kNoRecord || (reader_.flags() & Record::kHidden) != 0) return false;
   switch (kind) {
     case Record::kPrimitive:

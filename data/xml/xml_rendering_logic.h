@@ -48,10 +48,12 @@ class XMLRenderingLogic {
   void translate(unsigned offset);
 
  private:
-  // Writes the record's start tag (a primitive's whole element); true when it is a set whose
-  // children are to be written next, as `children` lists them. Nothing changes the store
-  // while the document is written, so they are listed as the walk goes.
-  bool start(unsigned offset, std::size_t depth, Metadata::Set::Lister& children);
+  // Writes the record's start tag (a primitive's whole element) when `parent`, the lister
+  // that gave it, lists it; true when it is a set whose children are to be written next, as
+  // `children` lists them. Nothing changes the store while the document is written, so they
+  // are listed as the walk goes.
+  bool start(unsigned offset, std::size_t depth, Metadata::Set::Lister* parent,
+             Metadata::Set::Lister& children);
   // The start tag of the record just read, by kind, with its attributes and localized names
   // (a primitive's whole element but its end tag). A container of no known kind writes
   // nothing and answers false.
@@ -76,8 +78,6 @@ class XMLRenderingLogic {
   core::xml::XMLSerializer* writer_;
   const bool exact_;
   Metadata::ItemReader reader_;
-  // Scratch space for the listers of the open elements, which read children's names.
-  Record::NamePeek peek_;
   PrimitiveText text_;
   // Every record written. A tree lists each record once; in a damaged store a children list
   // may lead back up, or list one subtree many times over, and the output would grow without

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "core/storage/datastore_test_support.h"
 #include "data/record/offsets.h"
 #include "data/tree/container.h"
 #include "data/tree/primitive.h"
@@ -55,6 +56,38 @@ TEST(XMLRenderingLogicTest, LeavesOutHiddenSubtreesAndRecordsOfOtherKinds) {
   Metadata::Root(&store, 0).on(0x04);
   EXPECT_EQ(render(store), kHeader);
   EXPECT_EQ(render(store, nullptr, IDataStore::BADOFF), kHeader);
+}
+
+// Catches a walk that fails on a damaged child past those its set lists, which it must pass
+// over as if unread, or that passes over a damaged child it lists.
+TEST(XMLRenderingLogicTest, FailsOnADamagedChildOnlyWhenItIsListed) {
+  MemoryDataStore store;
+  unsigned list, again, other;
+  {
+    Metadata::Root root(&store, L"r");
+    Design::Primitive a(&store, metadata::kInt8, L"a"), b(&store, metadata::kInt8, L"b");
+    root.add(a.offset());
+    root.add(b.offset());
+    list = root.children();
+    Design::Primitive::tStart four;
+    four.elements = 4;
+    again = Design::Primitive(&store, metadata::kInt8, L"a", four).offset();
+    other = Design::Primitive(&store, metadata::kInt8, L"c", four).offset();
+  }
+  // Each cut short within its value array: the name still reads, the record no longer does.
+  for (unsigned damaged : {again, other}) {
+    const std::string bytes = core::storage::datastore::readAll(store, damaged);
+    store.write(damaged, bytes.data(), static_cast<unsigned>(bytes.size()) - 2, true);
+  }
+  // Two names among three entries: the third is not written, damaged or not.
+  store.append(list, &again, 4);
+  EXPECT_EQ(render(store), kHeader +
+                               "<root version=\"0\" name=\"r\">\n"
+                               "  <int8 name=\"a\"/>\n"
+                               "  <int8 name=\"b\"/>\n"
+                               "</root>\n");
+  Record::Offsets(&store, list).set(2, other);
+  EXPECT_THROW(render(store), core::Exception);
 }
 
 // Runs `work` on a thread with a small stack.
