@@ -121,25 +121,6 @@ void Set::entries(std::vector<unsigned>& out) const {
   listed(store_, state(), out);
 }
 
-void Set::entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out) {
-  IndexCache* cache = IndexCache::current(store);
-  if (cache != nullptr) {
-    cache->check();
-    if (const SetIndex* index = cache->find(offset)) {
-      listed(store, *index, out);
-      return;
-    }
-  }
-  // Without an index at hand the children are counted, not indexed: a walk over a whole tree
-  // would otherwise build the index of every set, only to keep few of them.
-  out.clear();
-  const unsigned children = ParentRecord(store, offset).children();
-  if (children == IDataStore::BADOFF) return;
-  Record::Offsets list(store, children);
-  const std::size_t count = std::min<std::size_t>(indexable(store, list), list.items());
-  out.assign(list.get(), list.get() + count);
-}
-
 Set::Lister::~Lister() = default;
 
 void Set::Lister::start(IDataStore* store, unsigned offset) {

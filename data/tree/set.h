@@ -56,14 +56,14 @@ class Set : public Item {
   unsigned at(unsigned i) const;
   // Entries 0 to items() - 1, as at() gives them, into `out`, reading the list once.
   void entries(std::vector<unsigned>& out) const;
-  // The same for the set record at `offset` without opening it: no reference count is taken.
-  // The shared index counts the entries when the scope's cache holds it; otherwise they are
-  // counted from the children's names, and no index is built.
-  static void entries(IDataStore* store, unsigned offset, std::vector<unsigned>& out);
 
-  // The same entries one at a time, for a walk that reads each child anyway. While every
-  // entry so far is a child with a name of its own, the next one is among them for certain;
-  // the children are counted, which reads every one of them, only when one is not.
+  // The same entries of the set record at `offset`, without opening it (no reference count
+  // is taken), one at a time, for a walk that reads each child anyway. The shared index
+  // counts them when the scope's cache holds it. Otherwise no index is built: while every
+  // entry so far is a child with a name of its own, the next one is among them for certain,
+  // and the children are counted from their names, which reads every one of them, only when
+  // one is not. A walk over a whole tree would otherwise build the index of every set, only
+  // to keep few of them.
   class Lister {
    public:
     Lister() = default;
