@@ -27,7 +27,7 @@ bool equivalent(Metadata::Item* existing, Metadata::Item* child, Record::tType k
     auto* table = dynamic_cast<Design::Table*>(child);
     return table != nullptr && static_cast<Design::Table*>(existing)->equivalent(*table);
   }
-  auto* primitive = dynamic_cast<Design::Primitive*>(child);
+  Design::Primitive* primitive = child->asPrimitive();
   return primitive != nullptr && static_cast<Design::Primitive*>(existing)->equivalent(*primitive);
 }
 
