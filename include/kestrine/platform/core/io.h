@@ -67,7 +67,8 @@ class KPL_CORE_API FileReader : public IDataReader {
   std::FILE* file_ = nullptr;
 };
 
-// Collects what is written in memory; open() empties it, the bytes stay after close().
+// Collects what is written in memory; open() empties it, the bytes stay after close(). The
+// string grows fourfold, so its capacity may be up to four times its size.
 class KPL_CORE_API MemoryWriter : public IDataWriter {
  public:
   bool open() override;
