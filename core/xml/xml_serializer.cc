@@ -3,6 +3,7 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #ifdef __SSE2__
@@ -153,30 +154,37 @@ std::size_t copyPlainBlocks(const wchar_t* text, std::size_t length, Context con
 }
 #endif
 
-// Appends `text` as UTF-8, escaped for where it goes, a slice at a time: each character takes
-// at most 6 bytes ("&quot;"), and a slice's room is asked for once. Runs of plain ASCII,
+// Each character takes at most this many bytes escaped ("&quot;").
+constexpr std::size_t kWidest = 6;
+// Text is escaped this many characters at a time, each slice's room asked for once.
+constexpr std::size_t kSlice = 4096;
+
+// Writes `length` characters of `text`, at most kSlice, as UTF-8 escaped for where they go at
+// `to`, which has room for kWidest bytes a character; where they end. Runs of plain ASCII,
 // which names and most values are, go four characters at a time.
+char* putEscaped(const wchar_t* text, std::size_t length, Context context, char* to) {
+  for (std::size_t i = 0; i < length; ++i) {
+#ifdef __SSE2__
+    if (const std::size_t plain = copyPlainBlocks(text + i, length - i, context, to)) {
+      to += plain;
+      i += plain;
+      if (i == length) break;
+    }
+#endif
+    const char32_t c = utf8::codePoint(text[i]);
+    if (plainUnit(c, context))
+      *to++ = static_cast<char>(c);
+    else
+      to = escape(c, context, to);
+  }
+  return to;
+}
+
+// Appends `text` as UTF-8, escaped for where it goes, a slice at a time.
 void appendEscaped(Output& out, const wchar_t* text, std::size_t length, Context context) {
-  constexpr std::size_t kSlice = 4096;
-  constexpr std::size_t kWidest = 6;
   while (length != 0) {
     const std::size_t count = std::min(length, kSlice);
-    char* to = out.room(count * kWidest);
-    for (std::size_t i = 0; i < count; ++i) {
-#ifdef __SSE2__
-      if (const std::size_t plain = copyPlainBlocks(text + i, count - i, context, to)) {
-        to += plain;
-        i += plain;
-        if (i == count) break;
-      }
-#endif
-      const char32_t c = utf8::codePoint(text[i]);
-      if (plainUnit(c, context))
-        *to++ = static_cast<char>(c);
-      else
-        to = escape(c, context, to);
-    }
-    out.commit(to);
+    out.commit(putEscaped(text, count, context, out.room(count * kWidest)));
     text += count;
     length -= count;
   }
@@ -202,19 +210,72 @@ void appendName(Output& out, const wchar_t* name) {
   appendEscaped(out, name, std::wcslen(name), Context::kName);
 }
 
-// A name given as UTF-8, mostly a program's ASCII constant, goes out as it is.
-void appendName(Output& out, const char* name) {
-  // Names are short: measured and checked in one pass.
-  std::size_t length = 0;
+// Names given as UTF-8 up to this many bytes are copied and checked in one pass.
+constexpr std::size_t kShortName = 64;
+
+// Writes `name`, given as UTF-8, at `to`, which has room for kShortName bytes, when it is that
+// short and plain, as a program's ASCII constants are; where it ends, or null for any other.
+char* putShortName(const char* name, char* to) {
   bool plain = true;
-  for (unsigned char c; (c = static_cast<unsigned char>(name[length])) != 0; ++length)
+  for (std::size_t i = 0; i < kShortName; ++i) {
+    const unsigned char c = static_cast<unsigned char>(name[i]);
+    if (c == 0) return plain ? to + i : nullptr;
+    to[i] = static_cast<char>(c);
     plain &= kPlain[static_cast<int>(Context::kName)][c];
-  if (plain) {
-    out.put(name, length);
+  }
+  return nullptr;
+}
+
+void appendName(Output& out, const char* name) {
+  if (char* end = putShortName(name, out.room(kShortName))) {
+    out.commit(end);
     return;
   }
-  const string::WideString wide = string::StringAlgorithm::UTF8Decode(name, length);
+  const string::WideString wide = string::StringAlgorithm::UTF8Decode(name);
   appendEscaped(out, wide.string(), wide.length(), Context::kName);
+}
+
+// The names of the open elements, as written, one after the other: each ends where the next
+// one starts. Every name has kShortName bytes of room from its start, so that a short one is
+// copied in and out as a block of that fixed size, a few moves rather than a call.
+class NameStack {
+ public:
+  std::size_t size() const { return used_; }
+
+  // Pushes the `length` bytes at `name`; when there are at most kShortName of them, that
+  // many must be readable there.
+  void push(const char* name, std::size_t length) {
+    const std::size_t wanted = used_ + std::max(length, kShortName);
+    if (bytes_.size() < wanted) bytes_.resize(2 * wanted);
+    std::memcpy(bytes_.data() + used_, name, length <= kShortName ? kShortName : length);
+    used_ += length;
+  }
+
+  // Writes the names from `start` on, the innermost one, at `to`, which has room for it and
+  // for at least kShortName bytes; where it ends.
+  char* copy(std::size_t start, char* to) const {
+    const std::size_t length = used_ - start;
+    std::memcpy(to, bytes_.data() + start, length <= kShortName ? kShortName : length);
+    return to + length;
+  }
+
+  void pop(std::size_t start) { used_ = start; }
+
+ private:
+  std::vector<char> bytes_;
+  std::size_t used_ = 0;
+};
+
+// Writes a line break and the indentation for `depth` at `to`, which has room for
+// kLineBreakRoom bytes; where they end. The spaces go sixteen at a time.
+constexpr std::size_t kLineBreakRoom = 1 + 2 * kIndentLevels + 16;
+char* putLineBreak(std::size_t depth, char* to) {
+  static constexpr char kSpaces[] = "                ";
+  const std::size_t indent = 2 * std::min(depth, kIndentLevels);
+  *to++ = '\n';
+  for (std::size_t i = 0; i < indent; i += 16)
+    std::memcpy(to + i, kSpaces, 16);
+  return to + indent;
 }
 
 }  // namespace
@@ -232,9 +293,7 @@ struct XMLSerializer::Impl {
   io::IDataWriter* writer = nullptr;
   Output buffer;
   std::vector<Open> open;
-  // The names of the open elements, written, one after the other: they end where the next
-  // one starts.
-  std::string names;
+  NameStack names;
   // Open elements that have received character data. While there is one, everything written
   // is part of its text, so no whitespace may be added.
   std::size_t withText = 0;
@@ -285,17 +344,22 @@ struct XMLSerializer::Impl {
   template <class Char>
   void start(const Char* name) {
     if (name == nullptr || *name == 0) throw Exception("XML serializer: element without a name");
+    // The parent's ">", the line break and "<" in one piece of room, with room for a short
+    // name behind them, which the name stack reads whole.
+    char* to = buffer.room(1 + kLineBreakRoom + 1 + kShortName);
     if (!open.empty()) {
       Open& parent = open.back();
-      closeStartTag(parent);
-      if (withText == 0) newLine(open.size());
+      if (parent.startTagOpen) *to++ = '>';
+      parent.startTagOpen = false;
+      if (withText == 0) to = putLineBreak(open.size(), to);
       parent.hasChildren = true;
     }
+    *to++ = '<';
+    buffer.commit(to);
     open.push_back({names.size()});
-    buffer.put('<');
     const std::size_t start = buffer.size();
     appendName(buffer, name);
-    names.append(buffer.data() + start, buffer.size() - start);
+    names.push(buffer.data() + start, buffer.size() - start);
     flushIfLarge();
   }
 
@@ -304,19 +368,28 @@ struct XMLSerializer::Impl {
     if (!innermost("attribute").startTagOpen)
       throw Exception("XML serializer: attribute after the content of its element");
     if (name == nullptr || *name == 0) throw Exception("XML serializer: attribute without a name");
+    if (value == nullptr) length = 0;
+    // A short plain name and a value of one slice, the usual attribute, in one piece of room.
+    if constexpr (std::is_same_v<Char, char>) {
+      if (length <= kSlice) {
+        char* to = buffer.room(kShortName + length * kWidest + 4);
+        if (char* end = putShortName(name, to + 1)) {
+          *to = ' ';
+          std::memcpy(end, "=\"", 2);
+          end = putEscaped(value, length, Context::kAttribute, end + 2);
+          *end++ = '"';
+          buffer.commit(end);
+          flushIfLarge();
+          return;
+        }
+      }
+    }
     buffer.put(' ');
     appendName(buffer, name);
     buffer.put("=\"", 2);
-    if (value != nullptr) appendEscaped(buffer, value, length, Context::kAttribute);
+    appendEscaped(buffer, value, length, Context::kAttribute);
     buffer.put('"');
     flushIfLarge();
-  }
-
-  void newLine(std::size_t depth) {
-    const std::size_t indent = 2 * std::min(depth, kIndentLevels);
-    char* to = buffer.room(1 + indent);
-    *to++ = '\n';
-    buffer.commit(std::fill_n(to, indent, ' '));
   }
 };
 
@@ -394,18 +467,22 @@ void XMLSerializer::characters(const char* text, std::size_t length) {
 void XMLSerializer::endElement(bool flush) {
   Impl& impl = *impl_;
   Impl::Open& element = impl.innermost("end tag");
+  const std::size_t length = impl.names.size() - element.name;
+  char* to = impl.buffer.room(kLineBreakRoom + 3 + std::max(length, kShortName) + 1);
   if (element.startTagOpen) {
-    impl.buffer.put("/>", 2);
+    std::memcpy(to, "/>", 2);
+    to += 2;
   } else {
-    if (element.hasChildren && impl.withText == 0) impl.newLine(impl.open.size() - 1);
-    impl.buffer.put("</", 2);
-    impl.buffer.put(impl.names.data() + element.name, impl.names.size() - element.name);
-    impl.buffer.put('>');
+    if (element.hasChildren && impl.withText == 0) to = putLineBreak(impl.open.size() - 1, to);
+    std::memcpy(to, "</", 2);
+    to = impl.names.copy(element.name, to + 2);
+    *to++ = '>';
   }
-  impl.names.resize(element.name);
+  impl.names.pop(element.name);
   if (element.hasText) --impl.withText;
   impl.open.pop_back();
-  if (impl.open.empty()) impl.buffer.put('\n');
+  if (impl.open.empty()) *to++ = '\n';
+  impl.buffer.commit(to);
   if (flush)
     impl.flush();
   else

@@ -241,6 +241,41 @@ TEST(XMLSerializer, ChildrenGoOnTheirOwnLinesUnlessTheParentHasText) {
             "</root>\n");
 }
 
+// Catches: names cut or run over where the writer copies short names as blocks of a fixed
+// size (lengths on both sides of it, given as UTF-8 and wide), end tags that name another
+// element, and indentation that does not stop growing at 64 levels.
+TEST(XMLSerializer, NamesOfAnyLengthAndDeepNestingComeOutWhole) {
+  const std::size_t lengths[] = {1, 15, 16, 63, 64, 65, 130};
+  constexpr std::size_t kDepth = 70;
+  Document doc;
+  std::vector<std::string> names;
+  std::string expected;
+  for (std::size_t depth = 0; depth < kDepth; ++depth) {
+    std::string name(lengths[depth % 7], static_cast<char>('a' + depth % 26));
+    name.back() = static_cast<char>('0' + depth % 10);
+    if (depth % 2 == 0) {
+      doc.serializer.startElement(name.c_str());
+      doc.serializer.addAttribute(name.c_str(), L"v", 1);
+    } else {
+      const std::wstring wide(name.begin(), name.end());
+      doc.serializer.startElement(wide.c_str());
+      doc.serializer.addAttribute(wide.c_str(), L"v");
+    }
+    if (depth != 0) expected += "\n" + std::string(2 * std::min<std::size_t>(depth, 64), ' ');
+    expected += "<" + name + " " + name + "=\"v\">";
+    names.push_back(name);
+  }
+  doc.serializer.characters(L"x");
+  expected += "x";
+  for (std::size_t depth = kDepth; depth-- > 0;) {
+    doc.serializer.endElement();
+    if (depth + 1 < kDepth)
+      expected += "\n" + std::string(2 * std::min<std::size_t>(depth, 64), ' ');
+    expected += "</" + names[depth] + ">";
+  }
+  EXPECT_EQ(doc.text(), expected + "\n");
+}
+
 // Catches: markup characters, line ends or characters past the BMP that do not come back
 // from the parser as written, in attribute values and in text; text given as UTF-8 written
 // otherwise than the same text given wide; and characters XML 1.0 cannot carry written as
