@@ -54,10 +54,15 @@ WideString StringAlgorithm::UTF8Decode(const char* text) {
 
 WideString StringAlgorithm::UTF8Decode(const char* text, std::size_t length) {
   std::wstring out;
-  if (text == nullptr) return WideString(std::move(out));
+  UTF8Decode(text, length, out);
+  return WideString(std::move(out));
+}
+
+void StringAlgorithm::UTF8Decode(const char* text, std::size_t length, std::wstring& out) {
+  if (text == nullptr) length = 0;
   // No character takes less than a byte: sized for the most there can be, written in place,
-  // and cut to what there was.
-  out.resize(length);
+  // and cut to what there was. Only grown, so that a reused string is not filled again.
+  if (out.size() < length) out.resize(length);
   wchar_t* to = out.data();
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
   std::size_t i = 0;
@@ -89,7 +94,6 @@ WideString StringAlgorithm::UTF8Decode(const char* text, std::size_t length) {
     i += taken;
   }
   out.resize(static_cast<std::size_t>(to - out.data()));
-  return WideString(std::move(out));
 }
 
 std::string StringAlgorithm::UTF8Encode(const WideString& text) {

@@ -8,8 +8,14 @@
 namespace kestrine::platform::core::string {
 namespace {
 
+// Each decoding also goes into one string reused throughout, which must come to hold what a
+// fresh one does, whatever it held before: longer text, or shorter.
 std::wstring decode(const std::string& bytes) {
-  return StringAlgorithm::UTF8Decode(bytes.data(), bytes.size()).wstring();
+  static std::wstring reused = L"held before, longer than most of the samples";
+  std::wstring fresh = StringAlgorithm::UTF8Decode(bytes.data(), bytes.size()).wstring();
+  StringAlgorithm::UTF8Decode(bytes.data(), bytes.size(), reused);
+  EXPECT_EQ(reused, fresh);
+  return fresh;
 }
 
 const wchar_t R = 0xFFFD;

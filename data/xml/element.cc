@@ -137,6 +137,11 @@ const char* Element::mandatory(const char** attributes) {
   return name;
 }
 
+const wchar_t* Element::decoded(const char* text) {
+  StringAlgorithm::UTF8Decode(text, text != nullptr ? std::strlen(text) : 0, decoded_);
+  return decoded_.c_str();
+}
+
 bool Element::acceptName(const char** attributes) {
   const char* locale = find("locale", attributes);
   locale_ = locale != nullptr ? locale : "en-us";

@@ -104,6 +104,9 @@ class Element {
   Metadata::Item* adopt(Metadata::Item* parent, Metadata::Item* child, tAdoption container,
                         tAdoption table, tAdoption primitive);
 
+  // `text`, given as UTF-8, decoded into a string the handler reuses, so that naming each
+  // element costs no allocation; valid until the next call. Never null.
+  const wchar_t* decoded(const char* text);
   // The mandatory "name" attribute; null with the message set when it is missing.
   const char* mandatory(const char** attributes);
   // Accepts a "name" sub-element.
@@ -127,6 +130,9 @@ class Element {
   std::int32_t substate_;
   // The locale of the open "name" sub-element.
   std::string locale_;
+
+ private:
+  std::wstring decoded_;
 };
 
 template <class Logic>

@@ -30,7 +30,7 @@ Metadata::Item* XMLContainer::open(const char** attributes) {
   const char* name = mandatory(attributes);
   if (name == nullptr) return nullptr;
   std::unique_ptr<Structural::Container> container(
-      new Structural::Container(store_, kind_, StringAlgorithm::UTF8Decode(name).string()));
+      new Structural::Container(store_, kind_, decoded(name)));
   derive(container.get(), attributes, locator_);
   const char* to = find("to", attributes);
   if (to != nullptr && kind_ == structure::IContainer::kLink)

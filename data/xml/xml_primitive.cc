@@ -91,8 +91,7 @@ Metadata::Item* XMLPrimitive::open(const char** attributes) {
   if (resolved) start.base = base.string();
   // An unresolved struct is made without base and values.
   if (type == nullptr || resolved) start.elements = static_cast<unsigned>(elements);
-  auto primitive = std::make_unique<Design::Primitive>(
-      store_, type_, StringAlgorithm::UTF8Decode(name).string(), start);
+  auto primitive = std::make_unique<Design::Primitive>(store_, type_, decoded(name), start);
   if (units != nullptr && start.units == 0)
     remark(L"unknown unit ", StringAlgorithm::UTF8Decode(units), L": the values have none");
   if (type != nullptr && !resolved) {

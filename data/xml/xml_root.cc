@@ -25,7 +25,7 @@ Metadata::Item* XMLRoot::open(const char** attributes) {
     scan(metadata::kUInt32, version, reinterpret_cast<char*>(&value));
     store_->version(value);
   }
-  return new Metadata::Root(store_, StringAlgorithm::UTF8Decode(name).string());
+  return new Metadata::Root(store_, decoded(name));
 }
 
 Metadata::Item* XMLRoot::nest(Metadata::Item* parent, Metadata::Item* child) {

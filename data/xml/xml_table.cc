@@ -24,7 +24,7 @@ unsigned XMLTable::type() const {
 Metadata::Item* XMLTable::open(const char** attributes) {
   const char* name = mandatory(attributes);
   if (name == nullptr) return nullptr;
-  auto table = std::make_unique<Design::Table>(store_, StringAlgorithm::UTF8Decode(name).string());
+  auto table = std::make_unique<Design::Table>(store_, decoded(name));
   derive(table.get(), attributes, locator_);
   return table.release();
 }

@@ -49,6 +49,9 @@ class KPL_CORE_API StringAlgorithm {
   // as Unicode recommends; decoding then goes on. Null decodes to the empty string.
   static WideString UTF8Decode(const char* text);
   static WideString UTF8Decode(const char* text, std::size_t length);
+  // The same into `out`, replacing what it held and reusing its storage: for callers that
+  // decode many short strings, each of which would otherwise be allocated and freed.
+  static void UTF8Decode(const char* text, std::size_t length, std::wstring& out);
 
   // Wide to UTF-8. A unit that is not a Unicode scalar value (a surrogate, or above
   // U+10FFFF) is encoded as U+FFFD.
