@@ -8,6 +8,9 @@
 // Scan: one token, the seven-digit text of a value, into an element's bytes (Stream:
 // the streams; Charconv: scanNumber). Each benchmark walks through 4096 values of spread
 // magnitudes and lengths.
+// PrintBlock: a block of 4096 doubles of the magnitudes data mostly has (tens to thousands,
+// of either sign, with few or many digits), as an export prints a value element's block;
+// in ns per value.
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -126,6 +129,24 @@ void ScanCharconv(benchmark::State& state, tValue type) {
     benchmark::DoNotOptimize(Values::scanNumber(type, values.texts[i].c_str(), element.data()));
   });
 }
+
+void PrintBlock(benchmark::State& state) {
+  std::mt19937_64 random(7);
+  std::vector<double> values(kValues);
+  for (double& value : values) {
+    const double real = std::ldexp(static_cast<double>(random() >> 11), -53) * 4000 - 2000;
+    // Half with three decimals, as a value read from a seven-digit text is.
+    value = random() % 2 ? std::round(real * 1000) / 1000 : real;
+  }
+  std::vector<char> out(kValues * Values::kNumberTextSize);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(Values::printNumbers(metadata::kDouble,
+                                                  reinterpret_cast<const char*>(values.data()),
+                                                  kValues, out.data(), Values::FloatDigits::kSeven));
+  }
+  state.SetItemsProcessed(state.iterations() * kValues);
+}
+BENCHMARK(PrintBlock);
 
 // Every benchmark for every type, named as in "ScanCharconv/double".
 const bool kRegistered = [] {

@@ -11,6 +11,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "data/values/seven_digits.h"
+
 namespace kestrine::platform::data::Values {
 
 namespace {
@@ -27,94 +29,23 @@ std::size_t terminate(char* out, char* end) {
   return static_cast<std::size_t>(end - out);
 }
 
-// The powers of ten that a double holds exactly.
-constexpr double kExactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                        1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                        1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr int kLastExactPower = 22;
-
-// Rounds a positive normal `magnitude` to seven significant digits, the way printf does on its
-// exact binary value: `digits` in [10^6, 10^7) times 10^(exponent - 6). It scales the value into
-// that range with one correctly rounded multiplication or division by an exact power of ten,
-// which leaves it within 2^-53 of itself, about 1e-9 there; so the nearest integer is the exact
-// value's unless the scaled value lies within 1e-6 of a tie. Returns false for those, and for
-// magnitudes that no exact power brings into range.
-bool roundToSeven(double magnitude, std::uint32_t& digits, int& exponent) {
-  // The binary exponent of a normal double: 2^binary <= magnitude < 2^(binary + 1).
-  const int binary =
-      static_cast<int>((load<std::uint64_t>(reinterpret_cast<const char*>(&magnitude)) >> 52) &
-                       0x7FF) -
-      1023;
-  exponent = (binary * 1233) >> 12;  // floor(log10(2^binary)): one below, or right
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    const int scale = 6 - exponent;
-    if (std::abs(scale) > kLastExactPower) return false;
-    const double scaled =
-        scale >= 0 ? magnitude * kExactPowersOfTen[scale] : magnitude / kExactPowersOfTen[-scale];
-    if (scaled >= 1e7) {
-      ++exponent;
-      continue;
-    }
-    // Positive and below 10^7: the conversion truncates, which is the floor.
-    const std::uint32_t whole = static_cast<std::uint32_t>(scaled);
-    const double fraction = scaled - whole;
-    if (std::fabs(fraction - 0.5) < 1e-6) return false;
-    digits = whole + (fraction > 0.5 ? 1 : 0);
-    if (digits < 1000000) return false;  // cannot happen for an exponent one below or right
-    if (digits == 10000000) {            // 9999999.6 becomes 1.000000e7
-      digits = 1000000;
-      ++exponent;
-    }
-    return true;
-  }
-  return false;
-}
-
-// "00000000", the bytes of a word read little-endian.
-constexpr std::uint64_t kZeros = 0x3030303030303030;
-
-// The decimal digits of `value`, which lies in [10^6, 10^7), as the first seven bytes of a word
-// (read little-endian) whose eighth is "0": value / 10^6 as a fixed-point number with 48 bits
-// after the point, then the first digit from its whole part and three pairs, each from the
-// whole part of the fraction times 100. The factor is 2^48 / 10^6 rounded up, which errs by
-// less than 10^-6 of a unit over the whole range, so no digit comes out one too low (the
-// fixed-point method of jeaiii's itoa). The digits are put together in a register: stored one
-// or two at a time and read back as a word, they would wait for the stores to retire.
-std::uint64_t sevenDigits(std::uint32_t value) {
-  static constexpr char kPairs[] =
-      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-      "8081828384858687888990919293949596979899";
-  constexpr std::uint64_t kFraction = (std::uint64_t{1} << 48) - 1;
-  std::uint64_t fixed = value * std::uint64_t{281474977};  // ceil(2^48 / 10^6)
-  std::uint64_t word = '0' + (fixed >> 48);
-  for (int shift = 8; shift < 56; shift += 16) {
-    fixed = (fixed & kFraction) * 100;
-    std::uint16_t pair;
-    std::memcpy(&pair, kPairs + 2 * (fixed >> 48), 2);
-    word |= std::uint64_t{pair} << shift;
-  }
-  return word | std::uint64_t{'0'} << 56;
-}
-
 // printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
 // which changes no digit). to_chars with a precision is defined to match it digit for digit,
 // exponent padding ("1e-05") and "-nan" included, but it works on the exact binary value and
 // costs as much as all the rest of an export; roundToSeven decides all but near-ties and
 // extreme exponents cheaply, and zeros, denormals, infinities and NaNs keep the exact path.
-char* printSevenDigits(double value, char* out, char* last) {
-  const double magnitude = std::fabs(value);
-  // Zeros and denormals have the exponent field 0, infinities and NaNs all ones.
-  const auto field = load<std::uint64_t>(reinterpret_cast<const char*>(&magnitude)) >> 52;
-  std::uint32_t rounded;
-  int exponent;
-  if (field == 0 || field == 0x7FF || !roundToSeven(magnitude, rounded, exponent))
-    return std::to_chars(out, last, value, std::chars_format::general, 7).ptr;
+char* printExactly(double value, char* out, char* last) {
+  return std::to_chars(out, last, value, std::chars_format::general, 7).ptr;
+}
+
+// The "%.7g" text of `value`, whose magnitude rounds to `rounded`.
+char* printRounded(double value, const tSevenDigits& rounded, char* out, char* last) {
   // Seven digits, and zeros behind them: digits go out eight bytes at a time, each copy a
   // single move rather than a call, and what lies past a copy's count is written over or
   // lies past the end. A fixed number has at most seven digits before its point (the
   // exponent is at most 6) and three zeros after it (at least -4).
-  const std::uint64_t digits = sevenDigits(rounded);
+  const std::uint64_t digits = rounded.digits;
+  const int exponent = rounded.exponent;
   // The digits that count end at the last one that is no zero: the highest byte that
   // differs from "0". The first digit never is one.
   const int count = (63 - __builtin_clzll(digits ^ kZeros)) / 8 + 1;
@@ -155,6 +86,36 @@ char* printSevenDigits(double value, char* out, char* last) {
   return put(to, whole, count - whole);
 }
 
+char* printSevenDigits(double value, char* out, char* last) {
+  const double magnitude = std::fabs(value);
+  // Zeros and denormals have the exponent field 0, infinities and NaNs all ones.
+  const auto field = load<std::uint64_t>(reinterpret_cast<const char*>(&magnitude)) >> 52;
+  tSevenDigits rounded;
+  if (field == 0 || field == 0x7FF || !roundToSeven(magnitude, rounded))
+    return printExactly(value, out, last);
+  return printRounded(value, rounded, out, last);
+}
+
+// printSevenDigits for `count` elements of type Held, a float or a double, rounded eight at a
+// time, a blank between each two; where the text ends. Only where canRoundEight().
+template <class Held>
+char* printSevenDigitsByEight(const char* elements, std::size_t count, char* out) {
+  constexpr auto round = std::is_same_v<Held, double> ? roundDoublesToSeven : roundFloatsToSeven;
+  for (std::size_t i = 0; i < count; i += 8) {
+    const unsigned lanes = static_cast<unsigned>(std::min<std::size_t>(count - i, 8));
+    tSevenDigits rounded[8];
+    const unsigned done = round(elements + i * sizeof(Held), lanes, rounded);
+    for (unsigned lane = 0; lane < lanes; ++lane) {
+      if (i + lane != 0) *out++ = ' ';
+      const double value = load<Held>(elements + (i + lane) * sizeof(Held));
+      char* const last = out + kNumberTextSize - 1;
+      out = (done >> lane & 1) != 0 ? printRounded(value, rounded[lane], out, last)
+                                    : printExactly(value, out, last);
+    }
+  }
+  return out;
+}
+
 // Writes `count` elements of `size` bytes with `print`, a blank between each two; where the
 // text ends.
 template <class Print>
@@ -180,6 +141,8 @@ char* printAs(const char* elements, std::size_t count, char* out, FloatDigits di
     });
   } else {
     if constexpr (std::is_floating_point_v<Held>) {
+      if (digits == FloatDigits::kSeven && canRoundEight())
+        return printSevenDigitsByEight<Held>(elements, count, out);
       if (digits == FloatDigits::kSeven) {
         return each([](const char* element, char* to) {
           return printSevenDigits(load<Held>(element), to, to + kNumberTextSize - 1);

@@ -1,0 +1,212 @@
+#include "data/values/seven_digits.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define KPL_ROUND_EIGHT 1
+#endif
+
+namespace kestrine::platform::data::Values {
+
+namespace {
+
+// The fraction of value / 10^6 as a fixed-point number with 48 bits after the point.
+constexpr std::uint64_t kFraction = (std::uint64_t{1} << 48) - 1;
+// ceil(2^48 / 10^6): value times this is value / 10^6 in that fixed point.
+constexpr std::uint64_t kOneMillionth = 281474977;
+
+// The decimal digits of `value`, which lies in [10^6, 10^7), as the first seven bytes of a word
+// (read little-endian) whose eighth is "0": value / 10^6 as a fixed-point number with 48 bits
+// after the point, then the first digit from its whole part and three pairs, each from the
+// whole part of the fraction times 100. The factor is 2^48 / 10^6 rounded up, which errs by
+// less than 10^-6 of a unit over the whole range, so no digit comes out one too low (the
+// fixed-point method of jeaiii's itoa). The digits are put together in a register: stored one
+// or two at a time and read back as a word, they would wait for the stores to retire.
+std::uint64_t sevenDigits(std::uint32_t value) {
+  static constexpr char kPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
+  std::uint64_t fixed = value * kOneMillionth;
+  std::uint64_t word = '0' + (fixed >> 48);
+  for (int shift = 8; shift < 56; shift += 16) {
+    fixed = (fixed & kFraction) * 100;
+    std::uint16_t pair;
+    std::memcpy(&pair, kPairs + 2 * (fixed >> 48), 2);
+    word |= std::uint64_t{pair} << shift;
+  }
+  return word | std::uint64_t{'0'} << 56;
+}
+
+}  // namespace
+
+// Seven digits `digits` in [10^6, 10^7), worth 10^(exponent - 6), from one scaling of the
+// magnitude: it scales the value into
+// that range with one correctly rounded multiplication or division by an exact power of ten,
+// which leaves it within 2^-53 of itself, about 1e-9 there; so the nearest integer is the exact
+// value's unless the scaled value lies within 1e-6 of a tie. Returns false for those, and for
+// magnitudes that no exact power brings into range.
+bool roundToSeven(double magnitude, tSevenDigits& rounded) {
+  // The binary exponent of a normal double: 2^binary <= magnitude < 2^(binary + 1).
+  std::uint64_t bits;
+  std::memcpy(&bits, &magnitude, sizeof bits);
+  const int binary = static_cast<int>((bits >> 52) & 0x7FF) - 1023;
+  int exponent = (binary * 1233) >> 12;  // floor(log10(2^binary)): one below, or right
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const int scale = 6 - exponent;
+    if (std::abs(scale) > kLastExactPower) return false;
+    const double scaled =
+        scale >= 0 ? magnitude * kExactPowersOfTen[scale] : magnitude / kExactPowersOfTen[-scale];
+    if (scaled >= 1e7) {
+      ++exponent;
+      continue;
+    }
+    // Positive and below 10^7: the conversion truncates, which is the floor.
+    const std::uint32_t whole = static_cast<std::uint32_t>(scaled);
+    const double fraction = scaled - whole;
+    if (std::fabs(fraction - 0.5) < 1e-6) return false;
+    std::uint32_t digits = whole + (fraction > 0.5 ? 1 : 0);
+    if (digits < 1000000) return false;  // cannot happen for an exponent one below or right
+    if (digits == 10000000) {            // 9999999.6 becomes 1.000000e7
+      digits = 1000000;
+      ++exponent;
+    }
+    rounded = {sevenDigits(digits), exponent};
+    return true;
+  }
+  return false;
+}
+
+#ifdef KPL_ROUND_EIGHT
+
+// GCC 12's AVX-512 headers start some results from an undefined vector on purpose, which its
+// own uninitialized-use warnings then report at every call.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+namespace {
+
+// The eight-lane form of roundToSeven, step for step. Compiled for AVX-512 whatever the
+// build's target, and called only where the processor has it.
+#define KPL_AVX512 __attribute__((target("avx512f,avx512dq")))
+
+// The magnitudes scaled by the exact power of ten that brings a value of each lane's decimal
+// exponent into [10^6, 10^7); clears in `usable` the lanes that no exact power serves.
+KPL_AVX512 __m512d scaleToSeven(__m512d magnitude, __m512i exponent, __mmask8& usable) {
+  const __m512i scale = _mm512_sub_epi64(_mm512_set1_epi64(6), exponent);
+  const __m512i power = _mm512_abs_epi64(scale);
+  const __m512i last = _mm512_set1_epi64(kLastExactPower);
+  usable &= _mm512_cmple_epi64_mask(power, last);
+  const __m512d factor = _mm512_i64gather_pd(_mm512_min_epi64(power, last), kExactPowersOfTen, 8);
+  __m512d scaled = _mm512_mul_pd(magnitude, factor);
+  // Values of 10^7 and more, which data seldom has, are divided.
+  const __mmask8 divide = _mm512_cmplt_epi64_mask(scale, _mm512_setzero_si512());
+  if (divide != 0) scaled = _mm512_mask_div_pd(scaled, divide, magnitude, factor);
+  return scaled;
+}
+
+// roundToSeven for the magnitudes of the lanes of `values`; bit i of the answer is set when
+// lane i was rounded.
+KPL_AVX512 unsigned roundEight(__m512d values, tSevenDigits rounded[8]) {
+  const __m512i one = _mm512_set1_epi64(1);
+  const __m512i bits =
+      _mm512_and_si512(_mm512_castpd_si512(values), _mm512_set1_epi64(0x7FFFFFFFFFFFFFFF));
+  const __m512d magnitude = _mm512_castsi512_pd(bits);
+  // Zeros and denormals have the exponent field 0, infinities and NaNs all ones.
+  const __m512i field = _mm512_srli_epi64(bits, 52);
+  __mmask8 usable = _mm512_cmpneq_epi64_mask(field, _mm512_setzero_si512()) &
+                    _mm512_cmpneq_epi64_mask(field, _mm512_set1_epi64(0x7FF));
+  const __m512i binary = _mm512_sub_epi64(field, _mm512_set1_epi64(1023));
+  __m512i exponent = _mm512_srai_epi64(_mm512_mullo_epi64(binary, _mm512_set1_epi64(1233)), 12);
+  __m512d scaled = scaleToSeven(magnitude, exponent, usable);
+  // The lanes whose estimate was one below go again, a decade up.
+  const __m512d top = _mm512_set1_pd(1e7);
+  const __mmask8 over = _mm512_cmp_pd_mask(scaled, top, _CMP_GE_OQ) & usable;
+  if (over != 0) {
+    exponent = _mm512_mask_add_epi64(exponent, over, exponent, one);
+    __mmask8 again = over;
+    scaled = _mm512_mask_mov_pd(scaled, over, scaleToSeven(magnitude, exponent, again));
+    usable = (usable & ~over) | again;
+    usable &= ~_mm512_cmp_pd_mask(scaled, top, _CMP_GE_OQ);
+  }
+  // Positive and below 10^7 in the lanes that count: the conversion truncates.
+  const __m512i whole = _mm512_cvttpd_epu64(scaled);
+  const __m512d fraction = _mm512_sub_pd(scaled, _mm512_cvtepu64_pd(whole));
+  const __m512d fromTie = _mm512_abs_pd(_mm512_sub_pd(fraction, _mm512_set1_pd(0.5)));
+  usable &= _mm512_cmp_pd_mask(fromTie, _mm512_set1_pd(1e-6), _CMP_NLT_UQ);
+  const __mmask8 up = _mm512_cmp_pd_mask(fraction, _mm512_set1_pd(0.5), _CMP_GT_OQ);
+  __m512i digits = _mm512_mask_add_epi64(whole, up, whole, one);
+  usable &= _mm512_cmpge_epu64_mask(digits, _mm512_set1_epi64(1000000));
+  const __mmask8 carried = _mm512_cmpeq_epi64_mask(digits, _mm512_set1_epi64(10000000));
+  digits = _mm512_mask_mov_epi64(digits, carried, _mm512_set1_epi64(1000000));
+  exponent = _mm512_mask_add_epi64(exponent, carried, exponent, one);
+  // The digits as sevenDigits makes them, one per multiplication of the fraction by ten
+  // rather than two per hundred: the whole part of ten times a fraction, and then of ten
+  // times what is left, are the two digits of a hundred times it, so each digit is the same.
+  const __m512i zero = _mm512_set1_epi64('0');
+  __m512i fixed = _mm512_mullo_epi64(digits, _mm512_set1_epi64(kOneMillionth));
+  __m512i word = _mm512_add_epi64(_mm512_srli_epi64(fixed, 48), zero);
+  for (int shift = 8; shift < 56; shift += 8) {
+    fixed = _mm512_and_si512(fixed, _mm512_set1_epi64(kFraction));
+    fixed = _mm512_add_epi64(_mm512_slli_epi64(fixed, 3), _mm512_slli_epi64(fixed, 1));
+    const __m512i digit = _mm512_add_epi64(_mm512_srli_epi64(fixed, 48), zero);
+    word = _mm512_or_si512(word, _mm512_sllv_epi64(digit, _mm512_set1_epi64(shift)));
+  }
+  word = _mm512_or_si512(word, _mm512_slli_epi64(zero, 56));
+  alignas(64) std::uint64_t words[8];
+  alignas(64) std::int64_t exponents[8];
+  _mm512_store_si512(words, word);
+  _mm512_store_si512(exponents, exponent);
+  for (int i = 0; i < 8; ++i)
+    rounded[i] = {words[i], static_cast<int>(exponents[i])};
+  return usable;
+}
+
+}  // namespace
+
+bool canRoundEight() {
+  static const bool can = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq");
+  }();
+  return can;
+}
+
+// The lanes past `count` are loaded as zeros, which are never rounded, and nothing is read
+// past the elements.
+KPL_AVX512 unsigned roundDoublesToSeven(const char* elements, unsigned count,
+                                        tSevenDigits rounded[8]) {
+  const __mmask8 lanes = static_cast<__mmask8>((1u << count) - 1);
+  return roundEight(_mm512_maskz_loadu_pd(lanes, elements), rounded);
+}
+
+KPL_AVX512 unsigned roundFloatsToSeven(const char* elements, unsigned count,
+                                       tSevenDigits rounded[8]) {
+  const __mmask8 lanes = static_cast<__mmask8>((1u << count) - 1);
+  const __m512 floats = _mm512_maskz_loadu_ps(static_cast<__mmask16>(lanes), elements);
+  return roundEight(_mm512_cvtps_pd(_mm512_castps512_ps256(floats)), rounded);
+}
+
+#pragma GCC diagnostic pop
+
+#else
+
+bool canRoundEight() {
+  return false;
+}
+
+unsigned roundDoublesToSeven(const char*, unsigned, tSevenDigits[8]) {
+  return 0;
+}
+
+unsigned roundFloatsToSeven(const char*, unsigned, tSevenDigits[8]) {
+  return 0;
+}
+
+#endif
+
+}  // namespace kestrine::platform::data::Values
