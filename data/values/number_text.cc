@@ -97,20 +97,24 @@ char* printSevenDigits(double value, char* out, char* last) {
 }
 
 // printSevenDigits for `count` elements of type Held, a float or a double, rounded eight at a
-// time, a blank between each two; where the text ends. Only where canRoundEight().
+// time, a blank between each two; where the text ends. Only where canRoundEight(). A batch
+// of values is rounded before any is written, so that the roundings of its groups, which do
+// not depend on each other, overlap in the processor.
 template <class Held>
 char* printSevenDigitsByEight(const char* elements, std::size_t count, char* out) {
   constexpr auto round = std::is_same_v<Held, double> ? roundDoublesToSeven : roundFloatsToSeven;
-  for (std::size_t i = 0; i < count; i += 8) {
-    const unsigned lanes = static_cast<unsigned>(std::min<std::size_t>(count - i, 8));
-    tSevenDigits rounded[8];
-    const unsigned done = round(elements + i * sizeof(Held), lanes, rounded);
-    for (unsigned lane = 0; lane < lanes; ++lane) {
-      if (i + lane != 0) *out++ = ' ';
-      const double value = load<Held>(elements + (i + lane) * sizeof(Held));
+  constexpr std::size_t kBatch = 64;
+  tSevenDigits rounded[kBatch];
+  for (std::size_t first = 0; first < count; first += kBatch) {
+    const std::size_t size = std::min(count - first, kBatch);
+    const std::uint64_t done =
+        round(elements + first * sizeof(Held), static_cast<unsigned>(size), rounded);
+    for (std::size_t i = 0; i < size; ++i) {
+      if (first + i != 0) *out++ = ' ';
+      const double value = load<Held>(elements + (first + i) * sizeof(Held));
       char* const last = out + kNumberTextSize - 1;
-      out = (done >> lane & 1) != 0 ? printRounded(value, rounded[lane], out, last)
-                                    : printExactly(value, out, last);
+      out = (done >> i & 1) != 0 ? printRounded(value, rounded[i], out, last)
+                                 : printExactly(value, out, last);
     }
   }
   return out;

@@ -32,14 +32,14 @@ bool roundToSeven(double magnitude, tSevenDigits& rounded);
 // Whether roundDoublesToSeven and roundFloatsToSeven can run on this processor.
 bool canRoundEight();
 
-// Rounds the magnitudes of `count` (1 to 8) doubles at `elements` (any alignment, any values)
-// as roundToSeven does, at once, where canRoundEight(). Bit i of the answer is set when value
-// i was rounded, into rounded[i]; a clear bit leaves the value to the exact conversion, as
-// zeros, denormals, infinities and NaNs always are. It rounds exactly the values that
-// roundToSeven rounds, and to the same digits.
-unsigned roundDoublesToSeven(const char* elements, unsigned count, tSevenDigits rounded[8]);
+// Rounds the magnitudes of `count` (at most 64) doubles at `elements` (any alignment, any
+// values) as roundToSeven does, eight at a time, where canRoundEight(). Bit i of the answer
+// is set when value i was rounded, into rounded[i]; a clear bit leaves the value to the exact
+// conversion, as zeros, denormals, infinities and NaNs always are. It rounds exactly the
+// values that roundToSeven rounds, and to the same digits.
+std::uint64_t roundDoublesToSeven(const char* elements, unsigned count, tSevenDigits rounded[]);
 // The same for floats, widened to doubles.
-unsigned roundFloatsToSeven(const char* elements, unsigned count, tSevenDigits rounded[8]);
+std::uint64_t roundFloatsToSeven(const char* elements, unsigned count, tSevenDigits rounded[]);
 
 }  // namespace kestrine::platform::data::Values
 
