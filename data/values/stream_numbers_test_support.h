@@ -52,24 +52,15 @@ inline bool printNumber(metadata::tValue type, const char* element, wchar_t* out
       print<bool>(&byte, out);
       return true;
     }
-    case metadata::kInt8:
-      return print<signed char>(element, out), true;
-    case metadata::kUInt8:
-      return print<unsigned char>(element, out), true;
-    case metadata::kInt16:
-      return print<short>(element, out), true;
-    case metadata::kUInt16:
-      return print<unsigned short>(element, out), true;
-    case metadata::kInt32:
-      return print<int>(element, out), true;
-    case metadata::kUInt32:
-      return print<unsigned>(element, out), true;
-    case metadata::kInt64:
-      return print<long>(element, out), true;
-    case metadata::kUInt64:
-      return print<unsigned long>(element, out), true;
-    case metadata::kScalar:
-      return print<float>(element, out), true;
+    case metadata::kInt8: return print<signed char>(element, out), true;
+    case metadata::kUInt8: return print<unsigned char>(element, out), true;
+    case metadata::kInt16: return print<short>(element, out), true;
+    case metadata::kUInt16: return print<unsigned short>(element, out), true;
+    case metadata::kInt32: return print<int>(element, out), true;
+    case metadata::kUInt32: return print<unsigned>(element, out), true;
+    case metadata::kInt64: return print<long>(element, out), true;
+    case metadata::kUInt64: return print<unsigned long>(element, out), true;
+    case metadata::kScalar: return print<float>(element, out), true;
     default:
       if (type < metadata::kDouble || type > metadata::kMatrix4x4) return false;
       return print<double>(element, out), true;
@@ -81,18 +72,13 @@ inline bool scanNumber(metadata::tValue type, const char* text, char* element) {
     case metadata::kBool:
     case metadata::kInt8:
     case metadata::kInt16:
-    case metadata::kInt32:
-      return scan<int>(text, element);
+    case metadata::kInt32: return scan<int>(text, element);
     case metadata::kUInt8:
     case metadata::kUInt16:
-    case metadata::kUInt32:
-      return scan<unsigned>(text, element);
-    case metadata::kInt64:
-      return scan<long long>(text, element);
-    case metadata::kUInt64:
-      return scan<unsigned long long>(text, element);
-    case metadata::kScalar:
-      return scan<float>(text, element);
+    case metadata::kUInt32: return scan<unsigned>(text, element);
+    case metadata::kInt64: return scan<long long>(text, element);
+    case metadata::kUInt64: return scan<unsigned long long>(text, element);
+    case metadata::kScalar: return scan<float>(text, element);
     default:
       if (type < metadata::kDouble || type > metadata::kMatrix4x4) return false;
       return scan<double>(text, element);
