@@ -39,7 +39,8 @@ char* printExactly(double value, char* out, char* last) {
 }
 
 // The "%.7g" text of `value`, whose magnitude rounds to `rounded`.
-char* printRounded(double value, const tSevenDigits& rounded, char* out, char* last) {
+inline __attribute__((always_inline)) char* printRounded(double value, const tSevenDigits& rounded,
+                                                         char* out, char* last) {
   // Seven digits, and zeros behind them: digits go out eight bytes at a time, each copy a
   // single move rather than a call, and what lies past a copy's count is written over or
   // lies past the end. A fixed number has at most seven digits before its point (the
