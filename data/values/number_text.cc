@@ -29,11 +29,8 @@ std::size_t terminate(char* out, char* end) {
   return static_cast<std::size_t>(end - out);
 }
 
-// printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
-// which changes no digit). to_chars with a precision is defined to match it digit for digit,
-// exponent padding ("1e-05") and "-nan" included, but it works on the exact binary value and
-// costs as much as all the rest of an export; roundToSeven decides all but near-ties and
-// extreme exponents cheaply, and zeros, denormals, infinities and NaNs keep the exact path.
+// printf's "%.7g" of `value` by the exact conversion: to_chars with a precision is defined to
+// match it digit for digit, exponent padding ("1e-05") and "-nan" included.
 char* printExactly(double value, char* out, char* last) {
   return std::to_chars(out, last, value, std::chars_format::general, 7).ptr;
 }
@@ -87,6 +84,10 @@ inline __attribute__((always_inline)) char* printRounded(double value, const tSe
   return put(to, whole, count - whole);
 }
 
+// printf's "%.7g" of `value`, which is what the stream wrote (a float widened to a double,
+// which changes no digit). The exact conversion works on the exact binary value and costs as
+// much as all the rest of an export; roundToSeven decides all but near-ties and extreme
+// exponents cheaply, and zeros, denormals, infinities and NaNs keep the exact path.
 char* printSevenDigits(double value, char* out, char* last) {
   const double magnitude = std::fabs(value);
   // Zeros and denormals have the exponent field 0, infinities and NaNs all ones.

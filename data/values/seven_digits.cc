@@ -7,6 +7,9 @@
 #if defined(__x86_64__) && defined(__GNUC__)
 #include <immintrin.h>
 #define KPL_ROUND_EIGHT 1
+// The eight-lane functions are compiled for AVX-512 whatever the build's target, and called
+// only where the processor has it.
+#define KPL_AVX512 __attribute__((target("avx512f,avx512dq")))
 #endif
 
 namespace kestrine::platform::data::Values {
@@ -22,10 +25,6 @@ namespace kestrine::platform::data::Values {
 #endif
 
 namespace {
-
-// The eight-lane form of roundToSeven, step for step. Compiled for AVX-512 whatever the
-// build's target, and called only where the processor has it.
-#define KPL_AVX512 __attribute__((target("avx512f,avx512dq")))
 
 // kExactPowersOfTen[index] for each lane's index in [0, 22], picked from three registers by
 // permutations, which take a few cycles where a gather from memory takes tens.
@@ -54,8 +53,8 @@ KPL_AVX512 __m512d scaleToSeven(__m512d magnitude, __m512i exponent, __mmask8& u
   return scaled;
 }
 
-// roundToSeven for the magnitudes of the lanes of `values`; bit i of the answer is set when
-// lane i was rounded.
+// roundToSeven for the magnitudes of the lanes of `values`, step for step; bit i of the
+// answer is set when lane i was rounded.
 KPL_AVX512 unsigned roundEight(__m512d values, tSevenDigits rounded[8]) {
   const __m512i one = _mm512_set1_epi64(1);
   const __m512i bits =
