@@ -1,6 +1,11 @@
 #include "data/record/base.h"
 
 #include <algorithm>
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/memory.h"
@@ -178,6 +183,16 @@ std::wstring_view Base::arrayText(unsigned start, unsigned length) const {
   const wchar_t* text = reinterpret_cast<const wchar_t*>(buffer_ + start);
   unsigned units = std::min(length, used_ - start) / 4;
   unsigned n = 0;
+#ifdef __SSE2__
+  // The terminator is looked for four characters at a time, within the array: every name
+  // read is measured so.
+  static_assert(sizeof(wchar_t) == 4, "four characters to a vector");
+  for (; n + 4 <= units; n += 4) {
+    const __m128i four = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + n));
+    const int zeros = _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(four, _mm_setzero_si128())));
+    if (zeros != 0) return {text, n + static_cast<unsigned>(__builtin_ctz(zeros))};
+  }
+#endif
   while (n < units && text[n] != 0)
     ++n;
   return {text, n};

@@ -75,8 +75,8 @@ TEST(RecordLayout, FreshRecordsAreStoredByteForByte) {
 }
 
 // Catches: arrays after a replaced or cleared one left in place (and so read from the wrong
-// offset), the record not shortened, and a name stored with room to spare read past its
-// terminator.
+// offset), the record not shortened, a name stored with room to spare read past its
+// terminator, and a text cut anywhere but at its first terminator or its array's end.
 TEST(RecordArrays, ReplacingAnArrayMovesTheLaterOnes) {
   MemoryDataStore store;
   Primitive primitive(&store, 3, L"a");
@@ -100,6 +100,13 @@ TEST(RecordArrays, ReplacingAnArrayMovesTheLaterOnes) {
   EXPECT_EQ(store.size(container.offset()), before - 40);
   EXPECT_TRUE(container.string(Container::kInfo).empty());
   EXPECT_EQ(container.name().wstring(), L"c");
+  // A text ends at its first terminator, wherever it lies, or with its array.
+  for (unsigned end = 0; end <= 10; ++end) {
+    std::wstring text = L"abcdefghij";
+    if (end < text.size()) text[end] = L'\0';
+    container.arrays(Container::kInfo, text.data(), 40);
+    EXPECT_EQ(container.string(Container::kInfo).wstring(), text.substr(0, end)) << end;
+  }
 
   // A name stored with room to spare (as renaming does) is read up to its terminator.
   Table table(&store, L"t");

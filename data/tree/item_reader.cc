@@ -27,7 +27,9 @@ ItemReader::ItemReader(IDataStore* store) : store_(store), record_(store, IDataS
 Record::tType ItemReader::read(unsigned offset) {
   names_.clear();
   table_.reset();
+  name_ = {};
   kind_ = record_.load(offset) ? record_.id() : Record::kNoRecord;
+  if (kind_ != Record::kNoRecord) name_ = record_.text(record_.nameSelector());
   return kind_;
 }
 

@@ -33,7 +33,7 @@ class ItemReader {
   Record::tType read(unsigned offset);
 
   std::uint8_t flags() const { return record_.flags(); }
-  std::wstring_view name() const { return record_.text(record_.nameSelector()); }
+  std::wstring_view name() const { return name_; }
   // The localized names as the item lists them, its first locales() entries.
   const std::vector<tLocalized>& names();
 
@@ -71,6 +71,8 @@ class ItemReader {
   IDataStore* store_;
   Fields record_;
   Record::tType kind_ = Record::kNoRecord;
+  // Measured once per record: a walk asks for it more than once.
+  std::wstring_view name_;
   std::vector<tLocalized> names_;
   // The locale table the names are read from, and the locales counted among them.
   std::unique_ptr<Record::Locale> table_;
