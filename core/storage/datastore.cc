@@ -33,6 +33,10 @@ void IDataStore::patch(unsigned offset, unsigned at, const void* data, unsigned 
   write(offset, record.data(), length, changed);
 }
 
+const void* IDataStore::view(unsigned, unsigned&) {
+  return nullptr;
+}
+
 bool IDataStore::abandon() {
   return false;
 }

@@ -167,6 +167,32 @@ TEST_P(DataStoreConformance, GivesTheSameAnswersAsTheMemoryStore) {
     ASSERT_EQ(readAll(offset), datastore::readAll(memory, offset)) << "offset " << offset;
 }
 
+// Catches: a view shown to a thread without the lock, whose record another thread could change
+// under it; a view of other bytes or another size than a read gives; a view of no record. A
+// store may show no views at all, but the memory store shows them to the lock's holder.
+TEST_P(DataStoreConformance, ViewsShowWhatReadsGiveAndOnlyToTheLockHolder) {
+  const unsigned offset = createText("abcdef");
+  const unsigned freed = createText("gone");
+  store_->free(freed);
+  unsigned size = 99;
+  EXPECT_EQ(store_->view(offset, size), nullptr);
+  std::unique_ptr<IDataStore::ILock> held(store_->lock());
+  const void* bytes = store_->view(offset, size);
+  if (GetParam() == "Memory") {
+    ASSERT_NE(bytes, nullptr);
+  }
+  if (bytes != nullptr) {
+    EXPECT_EQ(std::string(static_cast<const char*>(bytes), size), "abcdef");
+  }
+  for (unsigned nothing : {freed, offset + 100, IDataStore::BADOFF})
+    EXPECT_EQ(store_->view(nothing, size), nullptr) << nothing;
+  std::thread other([&] {
+    unsigned otherSize = 0;
+    EXPECT_EQ(store_->view(offset, otherSize), nullptr);
+  });
+  other.join();
+}
+
 // Catches: a patch that moves or resizes the record, touches bytes beside its own, or goes
 // past the end (or to no record) instead of being refused with nothing changed.
 TEST_P(DataStoreConformance, PatchingChangesOnlyItsBytesWithinTheRecord) {

@@ -71,7 +71,7 @@ inline std::string message(const std::function<void()>& action) {
 // above. It counts the lock handles taken and held, the completions, and the operations made
 // by a thread that does not hold its lock: every call of the object model takes the lock for
 // its whole length, so a count above zero is a call that touched records unguarded. After
-// failAfter(n), its operation n + 1 (create, append, write, size, read or free) throws
+// failAfter(n), its operation n + 1 (create, append, write, size, read, view or free) throws
 // core::Exception and changes nothing, as a broken disk would; with `sticky` every later one
 // fails too, until disarm(). The counts change under the store's lock only, so threads may
 // share the store as long as none arms it.
@@ -106,6 +106,9 @@ class InterceptingStore : public MemoryDataStore {
   unsigned size(unsigned offset) override { return check(), MemoryDataStore::size(offset); }
   unsigned read(unsigned offset, void* destination, unsigned maximum) override {
     return check(), MemoryDataStore::read(offset, destination, maximum);
+  }
+  const void* view(unsigned offset, unsigned& size) override {
+    return check(), MemoryDataStore::view(offset, size);
   }
   void free(unsigned offset) override { check(), MemoryDataStore::free(offset); }
   void complete() override { ++completions, MemoryDataStore::complete(); }

@@ -154,6 +154,15 @@ unsigned MemoryDataStore::read(unsigned offset, void* destination, unsigned maxi
   return count;
 }
 
+const void* MemoryDataStore::view(unsigned offset, unsigned& size) {
+  // Only the holder of the store lock keeps other threads from changing the record.
+  if (!impl_->heldHere()) return nullptr;
+  RecordArena::Bytes record;
+  if (!impl_->records.find(offset, record) || record.size == 0) return nullptr;
+  size = record.size;
+  return record.data;
+}
+
 void MemoryDataStore::free(unsigned offset) {
   Impl::Changing guard(*impl_);
   RecordArena::Bytes record;

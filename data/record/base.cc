@@ -50,13 +50,16 @@ void Base::fieldPastTheEnd(unsigned at) const {
 Base::Base()
     : store_(nullptr), offset_(IDataStore::BADOFF), buffer_(nullptr), used_(0), capacity_(0) {}
 
-Base::Base(IDataStore* store, unsigned offset) : Base() {
+Base::Base(IDataStore* store, unsigned offset, Loading how) : Base() {
   store_ = store;
-  load(offset);
+  load(offset, how);
 }
 
-void Base::load(unsigned offset) {
+void Base::load(unsigned offset, Loading how) {
+  if (how == Loading::kInPlace && loadInPlace(offset)) return;
   offset_ = offset;
+  // Bytes shown in place are the store's: the record lets go of them, without clearing.
+  if (capacity_ == 0) release();
   // Past the bytes the last record used, the buffer is zero already.
   unsigned dirty = used_;
   try {
@@ -83,6 +86,24 @@ void Base::load(unsigned offset) {
     throw;
   }
   if (dirty > used_) std::memset(buffer_ + used_, 0, dirty - used_);
+}
+
+bool Base::loadInPlace(unsigned offset) {
+  unsigned size = 0;
+  const void* bytes = nullptr;
+  try {
+    bytes = store_->view(offset, size);
+  } catch (...) {
+    offset_ = offset;
+    release();  // as a failed copy leaves it: nothing of the last record is kept
+    throw;
+  }
+  if (bytes == nullptr) return false;
+  release();
+  offset_ = offset;
+  buffer_ = static_cast<unsigned char*>(const_cast<void*>(bytes));
+  used_ = size;
+  return true;
 }
 
 Base::Base(IDataStore* store, unsigned size, tType type) : Base() {

@@ -40,6 +40,12 @@ tType peek(IDataStore* store, unsigned offset);
 // Throws core::Exception "damaged record at offset N: <what>".
 [[noreturn]] void damagedRecord(unsigned offset, const std::string& what);
 
+// How a record is loaded: copied into a buffer of its own, which may then be changed, or,
+// where the store shows its records where they lie (IDataStore::view), read there without a
+// copy. A record loaded in place is only read, through a const reference, and only until the
+// store changes; a store that shows nothing gets it copied.
+enum class Loading { kCopy, kInPlace };
+
 // The in-memory working copy of one record: the whole record is read into a pooled buffer,
 // edited in place by the typed records, and written back whole by update(). Record objects
 // live on the stack for one operation; nothing here checks offsets. A record read from the
@@ -55,10 +61,10 @@ class Base {
  public:
   Base();
   // Loads the record at `offset` whole.
-  Base(IDataStore* store, unsigned offset);
+  Base(IDataStore* store, unsigned offset, Loading how = Loading::kCopy);
   // Loads the record at `offset` whole in place of the one held, keeping the buffer when it
   // is large enough: a walk that only reads allocates for its largest record alone.
-  void load(unsigned offset);
+  void load(unsigned offset, Loading how = Loading::kCopy);
   // A fresh record of `size` zero bytes with kind `type`; the store sees it at update().
   Base(IDataStore* store, unsigned size, tType type);
   virtual ~Base();
@@ -131,11 +137,13 @@ class Base {
     return at;
   }
   [[noreturn]] void fieldPastTheEnd(unsigned at) const;
+  // Points at the record's bytes in the store; false, changing nothing, where it shows none.
+  bool loadInPlace(unsigned offset);
   void release();
 
   IDataStore* store_;
   unsigned offset_;
-  unsigned char* buffer_;
+  unsigned char* buffer_;  // the store's own bytes when loaded in place, with capacity_ 0
   unsigned used_;
   unsigned capacity_;
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "core/storage/datastore_test_support.h"
@@ -103,6 +104,38 @@ TEST(RecordBase, InsertingGrowCopiesTheTailTheOldWay) {
   bigger.grow(bigger.used(), 4);  // at the end: just zeros appended
   EXPECT_EQ(bigger.used(), 16u);
   EXPECT_EQ(bigger.data()[15], 0);
+}
+
+// Catches: a record loaded in place that copies all the same, or points at other bytes; an
+// in-place load without the lock, where another thread could change the bytes; and the
+// store's bytes cleared or freed when the record lets go of them for a copy or at its end.
+TEST(RecordBase, LoadsInPlaceOnlyUnderTheLock) {
+  MemoryDataStore store;
+  Base large(&store, 40, kOffsets);
+  large.data()[39] = 7;
+  large.update(true);
+  Base small(&store, 5, kLocale);
+  small.data()[4] = 9;
+  small.update(true);
+  const std::string largeBytes = bytesOf(large);
+
+  Base reader(&store, large.offset(), Loading::kInPlace);
+  EXPECT_EQ(bytesOf(reader), largeBytes);
+  EXPECT_NE(reader.capacity(), 0u);  // a copy of its own
+  {
+    std::unique_ptr<IDataStore::ILock> held(store.lock());
+    unsigned size = 0;
+    reader.load(large.offset(), Loading::kInPlace);
+    EXPECT_EQ(reader.data(), store.view(large.offset(), size));
+    EXPECT_EQ(reader.capacity(), 0u);
+    reader.load(IDataStore::BADOFF);
+    EXPECT_EQ(reader.used(), 0u);
+    reader.load(large.offset(), Loading::kInPlace);
+    reader.load(small.offset());
+    EXPECT_EQ(bytesOf(reader), bytesOf(small));
+    Base{&store, large.offset(), Loading::kInPlace};
+  }
+  EXPECT_EQ(bytesOf(Base(&store, large.offset())), largeBytes);
 }
 
 // Catches: a clone that shares the original's offset or store, or copies other bytes.

@@ -46,12 +46,12 @@ unsigned wideBytes(const wchar_t* text) {
   return text == nullptr ? 0 : static_cast<unsigned>(std::wcslen(text)) * 4 + 4;
 }
 
-Entity::Entity(IDataStore* store, unsigned offset) : Base(store, offset) {
+Entity::Entity(IDataStore* store, unsigned offset, Loading how) : Base(store, offset, how) {
   if (used() != 0) check();
 }
 
-bool Entity::load(unsigned offset) {
-  Base::load(offset);
+bool Entity::load(unsigned offset, Loading how) {
+  Base::load(offset, how);
   const tType kind = id();
   if (kind != kRoot && kind != kPrimitive && kind != kTable && kind != kContainer) return false;
   check();

@@ -26,11 +26,11 @@ class Entity : public Base {
   // characters, and for a primitive a value type that exists. Throws core::Exception
   // "damaged record at offset N: ..." when it fails; a record that is not there loads empty
   // and is not checked.
-  Entity(IDataStore* store, unsigned offset);
+  Entity(IDataStore* store, unsigned offset, Loading how = Loading::kCopy);
   // Loads and checks the entity at `offset` in place of the one held (see Base::load); false,
   // with nothing to read, where no entity is (no record, a list or a locale table). A damaged
   // entity throws as the constructor does.
-  bool load(unsigned offset);
+  bool load(unsigned offset, Loading how = Loading::kCopy);
   // A fresh, unwritten record: parent and locale BADOFF, count and flags 0.
   Entity(IDataStore* store, unsigned size, tType kind);
 

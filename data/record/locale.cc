@@ -6,7 +6,7 @@
 
 namespace kestrine::platform::data::Record {
 
-Locale::Locale(IDataStore* store, unsigned offset) : Base(store, offset) {
+Locale::Locale(IDataStore* store, unsigned offset, Loading how) : Base(store, offset, how) {
   if (used() == 0) return;
   if (id() != kLocale) damaged("a record of kind " + std::to_string(id()) + " where names belong");
   if (used() < 8 || length() > used() - 8) damaged("names that run past its end");

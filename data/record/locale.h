@@ -12,7 +12,7 @@ class Locale : public Base {
   // Loads the table at `offset`; throws core::Exception "damaged record at offset N: ..." for a
   // record that is not a table whose payload lies within it. A table that is not there loads
   // empty.
-  Locale(IDataStore* store, unsigned offset);
+  Locale(IDataStore* store, unsigned offset, Loading how = Loading::kCopy);
   // Creates and writes an empty table.
   explicit Locale(IDataStore* store) : Base(store, 8, kLocale) { update(true); }
 

@@ -4,7 +4,7 @@
 
 namespace kestrine::platform::data::Record {
 
-Offsets::Offsets(IDataStore* store, unsigned offset) : Base(store, offset) {
+Offsets::Offsets(IDataStore* store, unsigned offset, Loading how) : Base(store, offset, how) {
   if (used() == 0) return;
   if (id() != kOffsets)
     damaged("a record of kind " + std::to_string(id()) + " where a list belongs");

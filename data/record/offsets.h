@@ -11,7 +11,7 @@ class Offsets : public Base {
  public:
   // Loads the list at `offset`; throws core::Exception "damaged record at offset N: ..." for a
   // record that is not a list of whole entries. A list that is not there loads empty.
-  Offsets(IDataStore* store, unsigned offset);
+  Offsets(IDataStore* store, unsigned offset, Loading how = Loading::kCopy);
   // Creates and writes an empty list.
   explicit Offsets(IDataStore* store) : Base(store, 4, kOffsets) { update(true); }
 

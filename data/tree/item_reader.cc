@@ -28,7 +28,7 @@ Record::tType ItemReader::read(unsigned offset) {
   names_.clear();
   table_.reset();
   name_ = {};
-  kind_ = record_.load(offset) ? record_.id() : Record::kNoRecord;
+  kind_ = record_.load(offset, Record::Loading::kInPlace) ? record_.id() : Record::kNoRecord;
   if (kind_ != Record::kNoRecord) name_ = record_.text(record_.nameSelector());
   return kind_;
 }
@@ -36,7 +36,7 @@ Record::tType ItemReader::read(unsigned offset) {
 const std::vector<tLocalized>& ItemReader::names() {
   const unsigned locale = record_.locale();
   if (table_ || locale == IDataStore::BADOFF) return names_;
-  table_ = std::make_unique<Record::Locale>(store_, locale);
+  table_ = std::make_unique<Record::Locale>(store_, locale, Record::Loading::kInPlace);
   localizedNames(*table_, names_);
   // The item lists every entry but counts its locales, each once and none of the reserved
   // ones, and gives as many entries as it counts.

@@ -81,7 +81,7 @@ SetIndex& Set::ownState() const {
 
 void Set::fill(IDataStore* store, SetIndex& index) {
   if (index.children == IDataStore::BADOFF) return;
-  Record::Offsets list(store, index.children);
+  const Record::Offsets list(store, index.children, Record::Loading::kInPlace);
   index.names.reserve(list.items());
   WideString name;
   for (unsigned i = 0, n = list.items(); i < n; ++i) {
@@ -140,9 +140,9 @@ void Set::Lister::start(IDataStore* store, unsigned offset) {
   }
   entries_.clear();
   counted_ = false;
-  children_ = ParentRecord(store, offset).children();
+  children_ = ParentRecord(store, offset, Record::Loading::kInPlace).children();
   if (children_ == IDataStore::BADOFF) return;
-  Record::Offsets list(store, children_);
+  const Record::Offsets list(store, children_, Record::Loading::kInPlace);
   // A list that is not there loads empty, without bytes to point into.
   if (list.items() != 0) entries_.assign(list.get(), list.get() + list.items());
 }
@@ -161,7 +161,7 @@ bool Set::Lister::listed(Record::tType kind, const ItemReader& reader) {
     if (!reserved(name.data(), length) && distinct(hashBytes(name.data(), length))) return true;
   }
   // Counted as entries() counts. The entries before this one are all listed.
-  Record::Offsets list(store_, children_);
+  const Record::Offsets list(store_, children_, Record::Loading::kInPlace);
   listed_ = std::min<std::size_t>(indexable(store_, list), list.items());
   counted_ = true;
   return next_ - 1 < listed_;
@@ -205,7 +205,7 @@ std::size_t Set::indexable(IDataStore* store, const Record::Offsets& list) {
 void Set::listed(IDataStore* store, const SetIndex& index, std::vector<unsigned>& out) {
   out.assign(index.names.size(), IDataStore::BADOFF);
   if (index.children == IDataStore::BADOFF) return;
-  Record::Offsets list(store, index.children);
+  const Record::Offsets list(store, index.children, Record::Loading::kInPlace);
   // A list that is not there loads empty, without bytes to point into.
   std::size_t count = std::min<std::size_t>(out.size(), list.items());
   if (count != 0) std::copy_n(list.get(), count, out.begin());

@@ -99,7 +99,7 @@ std::uint32_t Table::pair(units::tUnitGroup group, unsigned entry) const {
 std::vector<Table::tDefault> Table::defaults(IDataStore* store, unsigned list) {
   std::vector<tDefault> defaults;
   if (list == IDataStore::BADOFF) return defaults;
-  const Record::Offsets pairs(store, list);
+  const Record::Offsets pairs(store, list, Record::Loading::kInPlace);
   const auto groups = orderedGroups(pairs);
   defaults.reserve(groups.size());
   for (const auto& [group, index] : groups)

@@ -53,6 +53,13 @@ class KPL_CORE_API IDataStore {
   // copied; 0xFFFFFFFF means the whole record. 0, copying nothing, for BADOFF or no record.
   virtual unsigned read(unsigned offset, void* destination, unsigned maximum) = 0;
 
+  // The bytes of the record at `offset` where they lie, and its size in `size`, for a walk
+  // that reads many records and would rather not copy them: valid while the calling thread
+  // holds the store lock and until the store changes. Null, leaving `size` alone, when the
+  // caller does not hold the lock, when no record is there, or when the store keeps no bytes
+  // to show (the default); the caller then reads a copy.
+  virtual const void* view(unsigned offset, unsigned& size);
+
   // Releases the record at `offset`; the offset then holds no record. Freeing BADOFF or an
   // offset that holds no record does nothing.
   virtual void free(unsigned offset) = 0;
@@ -128,6 +135,7 @@ class KPL_CORE_API MemoryDataStore : public IDataStore {
   void patch(unsigned offset, unsigned at, const void* data, unsigned size, bool changed) override;
   unsigned size(unsigned offset) override;
   unsigned read(unsigned offset, void* destination, unsigned maximum) override;
+  const void* view(unsigned offset, unsigned& size) override;
   void free(unsigned offset) override;
   unsigned long long used() override;
   void version(unsigned version) override;
