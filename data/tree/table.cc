@@ -10,6 +10,8 @@ namespace kestrine::platform::data::Design {
 namespace {
 
 const std::uint32_t kGroupMask = 0xFFFFF000;
+// Lists of at most this many pairs are ordered by insertion.
+const std::size_t kFewGroups = 32;
 
 units::tUnitGroup groupOf(units::tUnit unit) {
   return static_cast<units::tUnitGroup>(unit & kGroupMask);
@@ -73,9 +75,16 @@ std::vector<std::pair<units::tUnitGroup, unsigned>> Table::orderedGroups(
   groups.reserve(list.items() / 2);
   for (unsigned i = 0, n = list.items(); i < n; i += 2)
     groups.emplace_back(groupOf(static_cast<units::tUnit>(list.get(i))), i / 2);
-  // Stable, so that unique() keeps the first pair of a group.
-  std::stable_sort(groups.begin(), groups.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  // Stable, so that unique() keeps the first pair of a group. A table has a few defaults, one
+  // a unit group, which an insertion sort orders without the buffer stable_sort takes; only a
+  // damaged list is long, and it must not cost quadratic time.
+  const auto byGroup = [](const auto& a, const auto& b) { return a.first < b.first; };
+  if (groups.size() > kFewGroups) {
+    std::stable_sort(groups.begin(), groups.end(), byGroup);
+  } else {
+    for (auto next = groups.begin(); next != groups.end(); ++next)
+      std::rotate(std::upper_bound(groups.begin(), next, *next, byGroup), next, next + 1);
+  }
   groups.erase(std::unique(groups.begin(), groups.end(),
                            [](const auto& a, const auto& b) { return a.first == b.first; }),
                groups.end());

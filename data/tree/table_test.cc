@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+#include <utility>
 #include <vector>
 
 #include "core/storage/datastore_test_support.h"
@@ -63,6 +66,31 @@ TEST(Table, AStoredListWithARepeatedGroupIsIndexedByItsFirstPair) {
   EXPECT_EQ(read[0].unit, units::Meter);  // the length group sorts before the mass group
   EXPECT_EQ(read[0].type, metadata::kDouble);
   EXPECT_EQ(read[1].unit, units::Kilogram);
+}
+
+// Catches lists written elsewhere, short ones and long, damaged ones alike, read with a pair
+// other than the first of its group, or with the groups out of order.
+TEST(Table, EveryListGivesTheFirstPairOfEachGroupInGroupOrder) {
+  MemoryDataStore store;
+  std::mt19937 random(7);
+  for (unsigned pairs : {1u, 2u, 7u, 32u, 33u, 200u}) {
+    Record::Offsets list(&store);
+    std::map<unsigned, std::pair<unsigned, unsigned>> first;  // by group: unit and type
+    for (unsigned i = 0; i < pairs; ++i) {
+      const unsigned unit = (1 + random() % 12) << 12 | random() % 4096;
+      const unsigned type = 1 + random() % 9;
+      first.emplace(unit & 0xFFFFF000, std::make_pair(unit, type));
+      list.add(unit);
+      list.add(type);
+    }
+    const std::vector<Table::tDefault> read = Table::defaults(&store, list.offset());
+    ASSERT_EQ(read.size(), first.size()) << pairs;
+    auto expected = first.begin();
+    for (std::size_t i = 0; i < read.size(); ++i, ++expected) {
+      EXPECT_EQ(read[i].unit, expected->second.first) << pairs << " pairs, default " << i;
+      EXPECT_EQ(read[i].type, expected->second.second) << pairs << " pairs, default " << i;
+    }
+  }
 }
 
 // Catches an inherit that replaces the base instead of appending "a;b;c", overwrites a
