@@ -7,6 +7,15 @@
 namespace kestrine::platform::data::Record {
 
 Locale::Locale(IDataStore* store, unsigned offset, Loading how) : Base(store, offset, how) {
+  check();
+}
+
+void Locale::load(unsigned offset, Loading how) {
+  Base::load(offset, how);
+  check();
+}
+
+void Locale::check() const {
   if (used() == 0) return;
   if (id() != kLocale) damaged("a record of kind " + std::to_string(id()) + " where names belong");
   if (used() < 8 || length() > used() - 8) damaged("names that run past its end");

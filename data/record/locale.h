@@ -13,6 +13,8 @@ class Locale : public Base {
   // record that is not a table whose payload lies within it. A table that is not there loads
   // empty.
   Locale(IDataStore* store, unsigned offset, Loading how = Loading::kCopy);
+  // Loads and checks the table at `offset` in place of the one held, as the constructor does.
+  void load(unsigned offset, Loading how = Loading::kCopy);
   // Creates and writes an empty table.
   explicit Locale(IDataStore* store) : Base(store, 8, kLocale) { update(true); }
 
@@ -21,6 +23,9 @@ class Locale : public Base {
   // Replaces the payload and writes the record. The new buffer is neither zero-filled nor
   // filled from the old one, so the reserved bytes 5 to 7 hold whatever it held.
   void payload(unsigned length, const void* bytes);
+
+ private:
+  void check() const;
 };
 
 }  // namespace kestrine::platform::data::Record

@@ -22,11 +22,12 @@ const unsigned kDefaults = 22;
 
 }  // namespace
 
-ItemReader::ItemReader(IDataStore* store) : store_(store), record_(store, IDataStore::BADOFF) {}
+ItemReader::ItemReader(IDataStore* store)
+    : store_(store), record_(store, IDataStore::BADOFF), table_(store, IDataStore::BADOFF) {}
 
 Record::tType ItemReader::read(unsigned offset) {
   names_.clear();
-  table_.reset();
+  namesRead_ = false;
   name_ = {};
   kind_ = record_.load(offset, Record::Loading::kInPlace) ? record_.id() : Record::kNoRecord;
   if (kind_ != Record::kNoRecord) name_ = record_.text(record_.nameSelector());
@@ -35,9 +36,10 @@ Record::tType ItemReader::read(unsigned offset) {
 
 const std::vector<tLocalized>& ItemReader::names() {
   const unsigned locale = record_.locale();
-  if (table_ || locale == IDataStore::BADOFF) return names_;
-  table_ = std::make_unique<Record::Locale>(store_, locale, Record::Loading::kInPlace);
-  localizedNames(*table_, names_);
+  if (namesRead_ || locale == IDataStore::BADOFF) return names_;
+  table_.load(locale, Record::Loading::kInPlace);
+  namesRead_ = true;
+  localizedNames(table_, names_);
   // The item lists every entry but counts its locales, each once and none of the reserved
   // ones, and gives as many entries as it counts.
   locales_.clear();

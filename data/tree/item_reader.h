@@ -2,7 +2,6 @@
 #define KPL_DATA_TREE_ITEM_READER_H_
 
 #include <cstdint>
-#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -74,8 +73,10 @@ class ItemReader {
   // Measured once per record: a walk asks for it more than once.
   std::wstring_view name_;
   std::vector<tLocalized> names_;
-  // The locale table the names are read from, and the locales counted among them.
-  std::unique_ptr<Record::Locale> table_;
+  // The locale table the names are read from, once asked for, and the locales counted among
+  // them.
+  Record::Locale table_;
+  bool namesRead_ = false;
   std::vector<std::wstring_view> locales_;
 };
 
