@@ -94,9 +94,10 @@ TEST(Set, EntriesCountedWithoutTheIndexAreTheIndexedOnes) {
     return Primitive(&store, metadata::kInt8, name).offset();
   };
   const unsigned freed = make(L"gone"), reserved = make(kEmptyKey), b = make(L"b");
+  const unsigned deleted = make(kDeletedKey), dollar = make(L"$$$$$_____empty_ke");
   const unsigned again = make(L"a"), c = make(L"c");
   store.free(freed);
-  for (unsigned odd : {list, 0u, freed, reserved, b})
+  for (unsigned odd : {list, 0u, freed, reserved, b, deleted, dollar})
     append(odd);
   auto both = [&store] {
     std::vector<unsigned> indexed;
@@ -104,10 +105,10 @@ TEST(Set, EntriesCountedWithoutTheIndexAreTheIndexedOnes) {
     EXPECT_EQ(listed(store, 0), indexed);
     return indexed.size();
   };
-  EXPECT_EQ(both(), 2u);  // "a" and "b" are indexed: the first two entries
+  EXPECT_EQ(both(), 3u);  // "a", "b" and the name that only starts as a reserved one
   append(again);
   append(c);
-  EXPECT_EQ(both(), 3u);
+  EXPECT_EQ(both(), 4u);
 }
 
 // Catches a lister that gives an entry past those entries() gives, or stops short of them,
