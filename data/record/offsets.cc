@@ -5,6 +5,15 @@
 namespace kestrine::platform::data::Record {
 
 Offsets::Offsets(IDataStore* store, unsigned offset, Loading how) : Base(store, offset, how) {
+  check();
+}
+
+void Offsets::load(unsigned offset, Loading how) {
+  Base::load(offset, how);
+  check();
+}
+
+void Offsets::check() const {
   if (used() == 0) return;
   if (id() != kOffsets)
     damaged("a record of kind " + std::to_string(id()) + " where a list belongs");

@@ -12,6 +12,8 @@ class Offsets : public Base {
   // Loads the list at `offset`; throws core::Exception "damaged record at offset N: ..." for a
   // record that is not a list of whole entries. A list that is not there loads empty.
   Offsets(IDataStore* store, unsigned offset, Loading how = Loading::kCopy);
+  // Loads and checks the list at `offset` in place of the one held, as the constructor does.
+  void load(unsigned offset, Loading how = Loading::kCopy);
   // Creates and writes an empty list.
   explicit Offsets(IDataStore* store) : Base(store, 4, kOffsets) { update(true); }
 
@@ -30,6 +32,9 @@ class Offsets : public Base {
   bool removeIndex(unsigned i);
   // Removes the first entry equal to `value`; false when there is none.
   bool removeVal(unsigned value);
+
+ private:
+  void check() const;
 };
 
 }  // namespace kestrine::platform::data::Record

@@ -124,6 +124,8 @@ void Set::entries(std::vector<unsigned>& out) const {
 Set::Lister::~Lister() = default;
 
 void Set::Lister::start(IDataStore* store, unsigned offset) {
+  if (list_ == nullptr || store != store_)
+    list_ = std::make_unique<Record::Offsets>(store, IDataStore::BADOFF);
   store_ = store;
   next_ = 0;
   hashes_.clear();
@@ -132,24 +134,23 @@ void Set::Lister::start(IDataStore* store, unsigned offset) {
   if (cache != nullptr) {
     cache->check();
     if (const SetIndex* index = cache->find(offset)) {
-      Set::listed(store, *index, entries_);
-      listed_ = entries_.size();
+      // As Set::listed gives them: as many as the index holds, BADOFF past the list's end.
+      list_->load(index->children, Record::Loading::kInPlace);
+      listed_ = index->names.size();
       counted_ = true;
       return;
     }
   }
-  entries_.clear();
   counted_ = false;
   children_ = ParentRecord(store, offset, Record::Loading::kInPlace).children();
-  if (children_ == IDataStore::BADOFF) return;
-  const Record::Offsets list(store, children_, Record::Loading::kInPlace);
-  // A list that is not there loads empty, without bytes to point into.
-  if (list.items() != 0) entries_.assign(list.get(), list.get() + list.items());
+  list_->load(children_, Record::Loading::kInPlace);
 }
 
 bool Set::Lister::next(unsigned& entry) {
-  if (next_ >= (counted_ ? listed_ : entries_.size())) return false;
-  entry = entries_[next_++];
+  const std::size_t items = list_ != nullptr ? list_->items() : 0;
+  if (next_ >= (counted_ ? listed_ : items)) return false;
+  entry = next_ < items ? list_->get(static_cast<unsigned>(next_)) : IDataStore::BADOFF;
+  ++next_;
   return true;
 }
 
@@ -161,8 +162,7 @@ bool Set::Lister::listed(Record::tType kind, const ItemReader& reader) {
     if (!reserved(name.data(), length) && distinct(hashBytes(name.data(), length))) return true;
   }
   // Counted as entries() counts. The entries before this one are all listed.
-  const Record::Offsets list(store_, children_, Record::Loading::kInPlace);
-  listed_ = std::min<std::size_t>(indexable(store_, list), list.items());
+  listed_ = std::min<std::size_t>(indexable(store_, *list_), list_->items());
   counted_ = true;
   return next_ - 1 < listed_;
 }

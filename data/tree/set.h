@@ -8,6 +8,7 @@
 #include <sparsehash/dense_hash_set>
 
 #include "data/record/base.h"
+#include "data/record/offsets.h"
 #include "data/tree/index_cache.h"
 #include "data/tree/item.h"
 
@@ -87,7 +88,8 @@ class Set : public Item {
 
     IDataStore* store_ = nullptr;
     unsigned children_ = IDataStore::BADOFF;  // the children list
-    std::vector<unsigned> entries_;
+    // The list, read in place where the store allows; made at the first start.
+    std::unique_ptr<Record::Offsets> list_;
     std::size_t next_ = 0;
     // Once counted, the number of entries listed.
     std::size_t listed_ = 0;
