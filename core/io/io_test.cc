@@ -131,6 +131,17 @@ TEST(MemoryIO, ChunksCarryEveryByteAndOpenStartsOver) {
   EXPECT_THROW(writer.write("x", 1), Exception);
   ASSERT_TRUE(writer.open());
   EXPECT_EQ(writer.bytes(), "");
+
+  // Room reserved before open() is kept, and writes within it never move the bytes.
+  MemoryWriter reserved;
+  reserved.reserve(1 << 20);
+  ASSERT_TRUE(reserved.open());
+  const char* const start = reserved.bytes().data();
+  const std::string piece(4096, 'x');
+  for (int i = 0; i < 256; ++i)
+    reserved.write(piece.data(), static_cast<unsigned>(piece.size()));
+  EXPECT_EQ(reserved.bytes().data(), start);
+  EXPECT_EQ(reserved.bytes().size(), std::size_t{1} << 20);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #ifndef KESTRINE_PLATFORM_CORE_IO_H_
 #define KESTRINE_PLATFORM_CORE_IO_H_
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -71,6 +72,9 @@ class KPL_CORE_API FileReader : public IDataReader {
 // string grows fourfold, so its capacity may be up to four times its size.
 class KPL_CORE_API MemoryWriter : public IDataWriter {
  public:
+  // Room for at least `bytes` bytes, which open() keeps: a caller that knows about how much
+  // will be written saves the string's growing, each step of which copies what it holds.
+  void reserve(std::size_t bytes) { bytes_.reserve(bytes); }
   bool open() override;
   void write(const void* data, unsigned size) override;
   void close() override;
