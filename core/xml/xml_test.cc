@@ -310,6 +310,27 @@ TEST(XMLSerializer, SpecialCharactersRoundTripThroughTheParser) {
     utf8.serializer.endElement();
     EXPECT_EQ(utf8.text(), text);
   }
+  // A special character at every place of runs as long as names are, where the blocks of
+  // eight and four and the last four, read again, meet.
+  for (std::size_t length = 1; length <= 20; ++length) {
+    for (std::size_t at = 0; at < length; ++at) {
+      for (wchar_t special : {L'&', L'"', L'\u00E9', L'\U0001F600'}) {
+        std::wstring run(length, L'a');
+        run[at] = special;
+        Document doc;
+        doc.serializer.startElement(L"v");
+        doc.serializer.addAttribute(L"value", run.c_str());
+        doc.serializer.characters(run.c_str());
+        doc.serializer.endElement();
+        const std::string expected =
+            string::StringAlgorithm::UTF8Encode(string::WideString(run.c_str()));
+        ASSERT_EQ(parse(doc.text()),
+                  (Events{"start v value=" + expected, "text " + expected, "end v"}))
+            << doc.text();
+      }
+    }
+  }
+
   Document wideName, utf8Name;
   wideName.serializer.startElement(L"caf\u00E9");
   wideName.serializer.addAttribute(L"\u00E9t\u00E9", L"1");
