@@ -42,8 +42,8 @@ tType peek(IDataStore* store, unsigned offset);
 
 // How a record is loaded: copied into a buffer of its own, which may then be changed, or,
 // where the store shows its records where they lie (IDataStore::view), read there without a
-// copy. A record loaded in place is only read, through a const reference, and only until the
-// store changes; a store that shows nothing gets it copied.
+// copy. A record loaded in place is only read, through a const reference, and only as long as
+// the view lasts (see there); a store that shows nothing gets it copied.
 enum class Loading { kCopy, kInPlace };
 
 // The in-memory working copy of one record: the whole record is read into a pooled buffer,

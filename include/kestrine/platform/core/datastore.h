@@ -55,9 +55,10 @@ class KPL_CORE_API IDataStore {
 
   // The bytes of the record at `offset` where they lie, and its size in `size`, for a walk
   // that reads many records and would rather not copy them: valid while the calling thread
-  // holds the store lock and until the store changes. Null, leaving `size` alone, when the
-  // caller does not hold the lock, when no record is there, or when the store keeps no bytes
-  // to show (the default); the caller then reads a copy.
+  // holds the store lock, until it creates, appends to, writes or frees a record (a patch
+  // changes the bytes where they lie, and the view shows the change). Null, leaving `size`
+  // alone, when the caller does not hold the lock, when no record is there, or when the store
+  // keeps no bytes to show (the default); the caller then reads a copy.
   virtual const void* view(unsigned offset, unsigned& size);
 
   // Releases the record at `offset`; the offset then holds no record. Freeing BADOFF or an
