@@ -16,10 +16,6 @@ namespace kestrine::platform::data::metadata {
 class ISchema;
 }  // namespace kestrine::platform::data::metadata
 
-namespace kestrine::platform::data::Record {
-class Offsets;
-}  // namespace kestrine::platform::data::Record
-
 namespace kestrine::platform::data::Metadata {
 
 class ItemReader;
