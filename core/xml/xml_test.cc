@@ -4,6 +4,7 @@
 #include <cwchar>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kestrine/platform/core/io.h"
@@ -14,17 +15,22 @@ namespace kestrine::platform::core::xml {
 namespace {
 
 using Events = std::vector<std::string>;
+using Threading = XMLParser::Threading;
 
 // Records events as lines of text; adjacent character data runs are joined, since how a
-// text is split into runs depends on buffer boundaries.
+// text is split into runs depends on buffer boundaries. With `parser` set, each start tag
+// carries the position that the parser gives for it.
 class Recorder : public XMLCallback {
  public:
   Events events;
+  const XMLParser* parser = nullptr;
 
   void notifyStartElement(const char* name, const char** attributes) override {
     std::string event = std::string("start ") + name;
     for (const char** a = attributes; *a != nullptr; a += 2)
       event += std::string(" ") + a[0] + "=" + a[1];
+    if (parser != nullptr)
+      event += " @" + std::to_string(parser->line()) + ":" + std::to_string(parser->column());
     events.push_back(event);
   }
   void notifyEndElement(const char* name) override { events.push_back(std::string("end ") + name); }
@@ -40,75 +46,121 @@ class Recorder : public XMLCallback {
   }
 };
 
-// Parses `document` into `recorder`. A trickling read hands out a few bytes at a time (1 to
-// 7, cycling), so that every token and every multi-byte character is split somewhere.
-void parse(const std::string& document, Recorder* recorder, bool trickle = false) {
-  class Reader : public io::MemoryReader {
-   public:
-    Reader(const std::string& bytes, bool trickle) : MemoryReader(bytes), trickle_(trickle) {}
-    unsigned read(void* buffer, unsigned size) override {
-      step_ = step_ % 7 + 1;
-      return MemoryReader::read(buffer, trickle_ ? std::min(size, step_) : size);
+// Hands out a few bytes at a time when trickling (1 to 7, cycling), so that every token and
+// every multi-byte character is split somewhere; throws once `failAt` bytes are out.
+class Reader : public io::MemoryReader {
+ public:
+  Reader(const std::string& bytes, bool trickle, std::size_t failAt = std::string::npos)
+      : MemoryReader(bytes), trickle_(trickle), failAt_(failAt) {
+    open();
+  }
+  unsigned read(void* buffer, unsigned size) override {
+    step_ = step_ % 7 + 1;
+    if (trickle_) size = std::min(size, step_);
+    if (failAt_ != std::string::npos) {
+      if (given_ == failAt_) throw std::runtime_error("disk went away");
+      size = static_cast<unsigned>(std::min<std::size_t>(size, failAt_ - given_));
     }
+    const unsigned count = MemoryReader::read(buffer, size);
+    given_ += count;
+    return count;
+  }
 
-   private:
-    bool trickle_;
-    unsigned step_ = 0;
-  } reader(document, trickle);
-  reader.open();
-  XMLParser(recorder).parseDocument(&reader);
-}
+ private:
+  bool trickle_;
+  std::size_t failAt_;
+  std::size_t given_ = 0;
+  unsigned step_ = 0;
+};
 
-Events parse(const std::string& document) {
-  Recorder recorder;
-  parse(document, &recorder);
-  return recorder.events;
-}
-
-// Catches: namespace declarations not reported, reported out of order, or prefixes resolved
-// away from the names as written. (Decoding the declared encodings is expat's own.)
-TEST(XMLParser, ReportsNamesAsWrittenAndNamespacesAsEvents) {
-  EXPECT_EQ(parse("<p:root xmlns:p=\"urn:p\" xmlns=\"urn:d\" p:attr=\"1\" plain=\"2\">"
-                  "<child xmlns=\"\"/><p:leaf/></p:root>"),
-            (Events{"ns p=urn:p", "ns (default)=urn:d", "start p:root p:attr=1 plain=2",
-                    "ns (default)=", "start child", "end child", "end ns (default)", "start p:leaf",
-                    "end p:leaf", "end p:root", "end ns (default)", "end ns p"}));
-}
-
-// Catches: anything lost or doubled at chunk boundaries: a document of a few megabytes read a
-// few bytes at a time gives exactly the events of the same document read in one piece.
-TEST(XMLParser, TinyReadsOfALargeDocumentGiveTheSameEventsAsOneRead) {
+// A few megabytes of namespaced elements, attributes, entities and multi-byte characters
+// over many lines: many chunks, and many batches of events.
+std::string largeDocument() {
   std::string document = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log xmlns:k=\"urn:k\">";
   for (int i = 0; i < 20000; ++i) {
     document +=
         "<k:entry id=\"" + std::to_string(i) + "\" note=\"caf\xC3\xA9 &amp; \xF0\x9F\x98\x80\">";
     document += "line " + std::to_string(i) + " \xE2\x82\xAC &lt;<e/></k:entry>\n";
   }
-  document += "</log>";
-  Events whole = parse(document);
-  ASSERT_EQ(whole.size(), 20000u * 6 + 4);
-  Recorder recorder;
-  parse(document, &recorder, true);
-  EXPECT_TRUE(recorder.events == whole);
+  return document + "</log>";
 }
 
-// The message of the XMLException that parsing `document` throws, after its line and column,
-// and the events that came before it.
-std::string syntaxError(const std::string& document, Events* events = nullptr) {
+// Parses `document` into `recorder`, recording positions when asked.
+void parse(const std::string& document, Recorder* recorder, Threading threading,
+           bool trickle = false, bool positions = false) {
+  Reader reader(document, trickle);
+  XMLParser parser(recorder, threading);
+  if (positions) recorder->parser = &parser;
+  parser.parseDocument(&reader);
+}
+
+Events parse(const std::string& document, Threading threading = Threading::kCallingThread) {
   Recorder recorder;
-  try {
-    parse(document, &recorder);
-  } catch (const XMLException& error) {
-    if (events != nullptr) *events = recorder.events;
-    return std::to_string(error.line()) + ":" + std::to_string(error.column()) + " " + error.what();
+  parse(document, &recorder, threading);
+  return recorder.events;
+}
+
+// Every parser test runs with expat on the calling thread and on a second thread: the two
+// must not be told apart by their events, positions or faults.
+class XMLParserTest : public ::testing::TestWithParam<Threading> {
+ protected:
+  // The message of the XMLException that parsing `document` throws, after its line and
+  // column, and the events that came before it.
+  std::string syntaxError(const std::string& document, Events* events = nullptr) {
+    Recorder recorder;
+    try {
+      parse(document, &recorder, GetParam());
+    } catch (const XMLException& error) {
+      if (events != nullptr) *events = recorder.events;
+      return std::to_string(error.line()) + ":" + std::to_string(error.column()) + " " +
+             error.what();
+    }
+    return "no error";
   }
-  return "no error";
+};
+
+INSTANTIATE_TEST_SUITE_P(Threads, XMLParserTest,
+                         ::testing::Values(Threading::kCallingThread, Threading::kSecondThread),
+                         [](const ::testing::TestParamInfo<Threading>& info) {
+                           return info.param == Threading::kCallingThread ? "CallingThread"
+                                                                          : "SecondThread";
+                         });
+
+// Catches: namespace declarations not reported, reported out of order, or prefixes resolved
+// away from the names as written. (Decoding the declared encodings is expat's own.)
+TEST_P(XMLParserTest, ReportsNamesAsWrittenAndNamespacesAsEvents) {
+  EXPECT_EQ(parse(
+                "<p:root xmlns:p=\"urn:p\" xmlns=\"urn:d\" p:attr=\"1\" plain=\"2\">"
+                "<child xmlns=\"\"/><p:leaf/></p:root>",
+                GetParam()),
+            (Events{"ns p=urn:p", "ns (default)=urn:d", "start p:root p:attr=1 plain=2",
+                    "ns (default)=", "start child", "end child", "end ns (default)", "start p:leaf",
+                    "end p:leaf", "end p:root", "end ns (default)", "end ns p"}));
+}
+
+// Catches: anything lost or doubled at chunk or batch boundaries, and positions that do not
+// belong to their event: a document of a few megabytes read a few bytes at a time gives
+// exactly the events of the same document read in one piece on the calling thread.
+TEST_P(XMLParserTest, TinyReadsOfALargeDocumentGiveTheSameEventsAsOneRead) {
+  const std::string document = largeDocument();
+  Recorder whole;
+  Reader reader(document, false);
+  XMLParser parser(&whole, Threading::kCallingThread);
+  whole.parser = &parser;
+  parser.parseDocument(&reader);
+  ASSERT_EQ(whole.events.size(), 20000u * 6 + 4);
+  EXPECT_EQ(whole.events[20000 * 6 - 4], "start k:entry id=19999 note=caf\xC3\xA9 & \xF0\x9F\x98\x80 @20001:1");
+  for (bool trickle : {false, true}) {
+    Recorder recorder;
+    parse(document, &recorder, GetParam(), trickle, true);
+    EXPECT_TRUE(recorder.events == whole.events) << "trickle " << trickle;
+  }
 }
 
 // Catches: a wrong line or column (expat counts columns from 0), a fault at the end of the
-// input not reported, and the well-formed beginning's events held back. Which documents are
-// malformed is expat's to decide.
-TEST(XMLParser, MalformedDocumentsThrowWithLineAndColumn) {
+// input not reported, and the well-formed beginning's events held back, also when the fault
+// lies many chunks into the document. Which documents are malformed is expat's to decide.
+TEST_P(XMLParserTest, MalformedDocumentsThrowWithLineAndColumn) {
   EXPECT_EQ(syntaxError("<a>\n  <b></c>\n</a>"),
             "2:8 XML error at line 2, column 8: mismatched tag");
   EXPECT_EQ(syntaxError("<a>"), "1:4 XML error at line 1, column 4: no element found");
@@ -116,6 +168,13 @@ TEST(XMLParser, MalformedDocumentsThrowWithLineAndColumn) {
   EXPECT_EQ(syntaxError("<a><b>text</b><c></a>", &events),
             "1:20 XML error at line 1, column 20: mismatched tag");
   EXPECT_EQ(events, (Events{"start a", "start b", "text text", "end b", "start c"}));
+
+  std::string document = largeDocument();
+  document.insert(document.rfind("<k:entry id=\"19000\""), "</wrong>");
+  EXPECT_EQ(syntaxError(document, &events),
+            "19002:3 XML error at line 19002, column 3: mismatched tag");
+  ASSERT_EQ(events.size(), 19000u * 6 + 2);
+  EXPECT_EQ(events.back(), "text \n");
 }
 
 struct CallbackFault : std::runtime_error {
@@ -123,21 +182,21 @@ struct CallbackFault : std::runtime_error {
 };
 
 // Catches: an exception of the callback or of the reader swallowed, turned into another, or
-// leaking the parser's state (ASan's leak check), events delivered after it, and a parser
-// that cannot be used again afterwards.
-TEST(XMLParser, ExceptionsFromTheCallbackOrTheReaderPassThroughAndStopTheParse) {
-  // Throws from the second start tag, once.
+// leaking the parser's state (ASan's leak check), events delivered after it or the events
+// before it held back, a tokenizing thread left waiting, and a parser that cannot be used
+// again afterwards.
+TEST_P(XMLParserTest, ExceptionsFromTheCallbackOrTheReaderPassThroughAndStopTheParse) {
+  // Throws from the `failAt`th start tag, once.
   class FailingCallback : public Recorder {
    public:
     void notifyStartElement(const char* name, const char** attributes) override {
-      if (++starts_ == 2) throw CallbackFault(std::string("refused ") + name);
+      if (++starts == failAt) throw CallbackFault(std::string("refused ") + name);
       Recorder::notifyStartElement(name, attributes);
     }
-
-   private:
-    int starts_ = 0;
+    int failAt = 2;
+    int starts = 0;
   } callback;
-  XMLParser parser(&callback);
+  XMLParser parser(&callback, GetParam());
   io::MemoryReader reader("<a><b/><c/><d/></a>");
   reader.open();
   try {
@@ -153,19 +212,53 @@ TEST(XMLParser, ExceptionsFromTheCallbackOrTheReaderPassThroughAndStopTheParse) 
   parser.parseDocument(&reader);
   EXPECT_EQ(callback.events.size(), 8u);
 
-  class FailingReader : public io::MemoryReader {
-   public:
-    using MemoryReader::MemoryReader;
-    unsigned read(void* buffer, unsigned size) override {
-      if (reads_++ == 1) throw CallbackFault("disk went away");
-      return MemoryReader::read(buffer, std::min(size, 4u));
-    }
+  // Deep into a large document, with chunks and batches still on their way.
+  const std::string document = largeDocument();
+  callback.events.clear();
+  callback.starts = 0;
+  callback.failAt = 20000;
+  Reader large(document, false);
+  EXPECT_THROW(XMLParser(&callback, GetParam()).parseDocument(&large), CallbackFault);
+  // The namespace, the root, and six events for each of the 9999 entries before the one
+  // that is refused.
+  EXPECT_EQ(callback.events.size(), 2u + 9999 * 6);
 
-   private:
-    int reads_ = 0;
-  } failing("<a><b/></a>");
-  failing.open();
-  EXPECT_THROW(parser.parseDocument(&failing), CallbackFault);
+  // The reader fails mid-document: the events of every byte read before come first, as
+  // when reading on the calling thread.
+  for (std::size_t failAt : {std::size_t{2}, document.size() / 2}) {
+    Recorder before, recorder;
+    Reader reference(document, false, failAt), failing(document, false, failAt);
+    EXPECT_THROW(XMLParser(&before, Threading::kCallingThread).parseDocument(&reference),
+                 std::runtime_error);
+    EXPECT_THROW(XMLParser(&recorder, GetParam()).parseDocument(&failing), std::runtime_error);
+    EXPECT_EQ(recorder.events, before.events);
+    EXPECT_EQ(recorder.events.size() > 1000, failAt > 2);
+  }
+}
+
+// Catches: the callback or the reader called from the tokenizing thread.
+TEST_P(XMLParserTest, CallbackAndReaderRunOnTheCallingThreadOnly) {
+  class ThreadChecker : public Recorder {
+   public:
+    void notifyEndElement(const char* name) override {
+      elsewhere = elsewhere || std::this_thread::get_id() != caller;
+    }
+    std::thread::id caller = std::this_thread::get_id();
+    bool elsewhere = false;
+  } callback;
+  class CheckedReader : public Reader {
+   public:
+    using Reader::Reader;
+    unsigned read(void* buffer, unsigned size) override {
+      elsewhere = elsewhere || std::this_thread::get_id() != caller;
+      return Reader::read(buffer, size);
+    }
+    std::thread::id caller = std::this_thread::get_id();
+    bool elsewhere = false;
+  } reader(largeDocument(), false);
+  XMLParser(&callback, GetParam()).parseDocument(&reader);
+  EXPECT_FALSE(callback.elsewhere);
+  EXPECT_FALSE(reader.elsewhere);
 }
 
 // A serializer writing into memory; text() detaches and returns what was written.
