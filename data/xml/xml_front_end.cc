@@ -27,10 +27,13 @@ IXMLFrontEnd::IErrorReporter::~IErrorReporter() = default;
 
 namespace {
 
+using Threading = core::xml::XMLParser::Threading;
+
 // Runs the tokenizer over an opened reader; the reader is closed only after a whole parse.
-void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic) {
+void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic,
+              Threading threading = Threading::kCallingThread) {
   if (!reader->open()) return;
-  core::xml::XMLParser parser(logic);
+  core::xml::XMLParser parser(logic, threading);
   logic->locate(&parser);
   parser.parseDocument(reader);
   logic->locate(nullptr);
@@ -134,7 +137,7 @@ IXMLFrontEnd::tImport IXMLFrontEnd::import(IDataStore* store, core::io::IDataRea
   parsing.valueLimit = options.valueLimit;
   try {
     XML::XMLParsingLogic logic(store, root ? &*root : nullptr, locator, &counting, parsing);
-    tokenize(reader, &logic);
+    tokenize(reader, &logic, options.secondThread ? Threading::kAuto : Threading::kCallingThread);
   } catch (const XML::XMLRoot::NameTaken& taken) {
     result.refused = kNameTaken;
     result.name = taken.name;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <fstream>
 #include <regex>
 #include <string>
 #include <thread>
@@ -186,6 +187,53 @@ TEST_F(XMLFrontEndTest, ParsesTwoDocumentsAtOnceOnTwoThreads) {
     EXPECT_EQ(got[0], expected[0]);
     EXPECT_EQ(got[1], expected[1]);
   }
+}
+
+// The threads of this process, as the kernel counts them.
+int threadsNow() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.rfind("Threads:", 0) == 0) return std::stoi(line.substr(8));
+  return 0;
+}
+
+// Catches: an import on a second thread that builds another tree or reports other problems
+// or positions than one on the calling thread, and a second thread started unasked, or not
+// started when asked (run under ThreadSanitizer).
+TEST_F(XMLFrontEndTest, ImportsOnASecondThreadOnlyWhenAskedAndAlike) {
+  // Megabytes after the first problem, so that the tokenizing thread is still at work when
+  // it is reported: it runs at most a few hundred kilobytes ahead.
+  std::string document = SampleDocument::document(1500);
+  ASSERT_GT(document.size(), 2u << 20);
+  for (std::size_t at : {document.size() / 4, document.rfind("</")})
+    document.insert(document.rfind("<node", at), "<bogus/>");
+
+  struct Reports : IXMLFrontEnd::IErrorReporter {
+    void report(core::string::WideString message) override {
+      texts.push_back(core::string::StringAlgorithm::UTF8Encode(message));
+      threads.push_back(threadsNow());
+    }
+    std::vector<std::string> texts;
+    std::vector<int> threads;
+  } reports[2];
+  std::string trees[2];
+  for (int aside = 0; aside < 2; ++aside) {
+    MemoryDataStore store;
+    core::io::MemoryReader reader(document);
+    format::xml::tImportOptions options;
+    options.thorough = true;
+    options.secondThread = aside == 1;
+    EXPECT_EQ(IXMLFrontEnd::import(&store, &reader, locator_.get(), &reports[aside], options)
+                  .reports,
+              2u);
+    trees[aside] = render(store, locator_.get());
+  }
+  EXPECT_EQ(trees[1], trees[0]);
+  EXPECT_EQ(reports[1].texts, reports[0].texts);
+  ASSERT_EQ(reports[0].texts.size(), 2u);
+  EXPECT_NE(reports[0].texts[1].find("bogus : unknown element"), std::string::npos);
+  const int started = std::thread::hardware_concurrency() > 1 ? 1 : 0;
+  EXPECT_EQ(reports[1].threads[0], reports[0].threads[0] + started);
 }
 
 }  // namespace

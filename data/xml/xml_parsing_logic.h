@@ -17,7 +17,7 @@
 
 namespace kestrine::platform::data::XML {
 
-// What a parse does beyond the described one.
+// What a parse does beyond the default one.
 struct ParsingOptions {
   // The root refuses, by throwing XMLRoot::NameTaken, a child whose name it holds.
   bool exclusiveRoot = false;

@@ -52,6 +52,8 @@ tImportOptions readingOptions(const Limits& limits, bool thorough) {
   options.thorough = thorough;
   options.depthLimit = static_cast<unsigned>(limits.depth);
   options.valueLimit = limits.valueBytes;
+  // The tool is the client here, and its process has nothing else to do meanwhile.
+  options.secondThread = true;
   return options;
 }
 

@@ -300,7 +300,7 @@ TEST_P(KmetaStoreTest, ExactExportsKeepEveryBitAndFlag) {
   EXPECT_NE(first.out.find("<group name=\"g\" optional=\"true\">"), std::string::npos);
   EXPECT_NE(first.out.find(">-0 5e-324 2.2250738585072014e-308 1.7976931348623157e+308 0.1 "),
             std::string::npos);
-  // The described export still writes 7 digits and no flag.
+  // The default export still writes 7 digits and no flag.
   EXPECT_NE(kmeta({"export", "--store", copy}).out.find("<group name=\"g\">"), std::string::npos);
 }
 

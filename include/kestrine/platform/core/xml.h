@@ -48,22 +48,23 @@ class KPL_CORE_API XMLException : public Exception {
 // document at a time and serves one thread; it may parse again after a parse ends, even one
 // that threw.
 //
-// Expat may run on a second thread while the calling thread delivers the events; the
-// callback and the reader are still called on the calling thread only, and the events, their
-// positions and the exceptions are the same. The reader is then read up to 256 KiB ahead of
-// the events delivered, and asked again whenever it hands out less than a whole chunk.
+// Expat runs on the calling thread unless asked otherwise: on request it runs on a second
+// thread while the calling thread delivers the events. The callback and the reader are still
+// called on the calling thread only, and the events, their positions and the exceptions are
+// the same. The reader is then read up to 256 KiB ahead of the events delivered, and asked
+// again whenever it hands out less than a whole chunk.
 class KPL_CORE_API XMLParser {
  public:
   enum class Threading {
+    kCallingThread,
     // A second thread once the reader has filled two whole chunks (a document of more than
     // 64 KiB, from a file or memory), if the machine has more than one processor.
     kAuto,
-    kCallingThread,
     // A second thread for any document.
     kSecondThread,
   };
 
-  explicit XMLParser(XMLCallback* callback, Threading threading = Threading::kAuto);
+  explicit XMLParser(XMLCallback* callback, Threading threading = Threading::kCallingThread);
   ~XMLParser();
   XMLParser(const XMLParser&) = delete;
   XMLParser& operator=(const XMLParser&) = delete;

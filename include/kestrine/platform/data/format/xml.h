@@ -28,6 +28,12 @@ struct tImportOptions {
   // keeps the values it had), and the text of an element that takes more than 8 times as
   // many is reported and dropped; 0: no limit.
   unsigned long long valueLimit = 0;
+  // Tokenizes a document of more than 64 KiB on a second thread while the calling thread
+  // builds the tree, if the machine has more than one processor (core::xml::XMLParser's
+  // automatic mode): the import then takes about as long as building the tree alone. The
+  // reader, the locator and the reporter are still called on the calling thread only, and
+  // the result is the same. Off by default, so that the library starts no thread unasked.
+  bool secondThread = false;
 };
 
 // How IXMLFrontEnd::serialize() writes a subtree.
@@ -35,7 +41,7 @@ struct tExportOptions {
   // A container or table is written inside the start and end tags of the tree's root, so
   // that the document imports as a tree of its own.
   bool inRoot = false;
-  // Writes what the described export leaves out, so that a tree survives export and import
+  // Writes what the default export leaves out, so that a tree survives export and import
   // unchanged: finite scalar and double values in the fewest digits that read back bit for
   // bit (rather than 7 significant digits), and optional="true" on optional containers and
   // tables. Infinities and NaN are written as ever, and read back as no number.
