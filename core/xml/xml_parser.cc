@@ -1,6 +1,7 @@
+#include <sched.h>
+
 #include <optional>
 #include <system_error>
-#include <thread>
 
 #include "core/xml/event_batch.h"
 #include "core/xml/expat_tokenizer.h"
@@ -10,6 +11,18 @@
 namespace kestrine::platform::core::xml {
 
 XMLCallback::~XMLCallback() = default;
+
+namespace {
+
+// Whether this thread may run on more than one processor: a process pinned to one (taskset,
+// a container's cpuset) would only switch between the two threads.
+bool severalProcessors() {
+  cpu_set_t allowed;
+  if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return false;
+  return CPU_COUNT(&allowed) > 1;
+}
+
+}  // namespace
 
 struct XMLParser::Impl {
   XMLCallback* callback;
@@ -26,10 +39,9 @@ struct XMLParser::Impl {
   // thread; and a reader that hands out less than asked is taken for a stream that may wait
   // on what its events cause, which reading ahead would block.
   bool secondThreadFor(unsigned chunk, bool whole) const {
-    static const bool severalProcessors = std::thread::hardware_concurrency() > 1;
     switch (threading) {
       case Threading::kAuto:
-        return chunk == 1 && whole && severalProcessors;
+        return chunk == 1 && whole && severalProcessors();
       case Threading::kSecondThread:
         return chunk == 0;
       case Threading::kCallingThread:

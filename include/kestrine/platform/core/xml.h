@@ -58,7 +58,8 @@ class KPL_CORE_API XMLParser {
   enum class Threading {
     kCallingThread,
     // A second thread once the reader has filled two whole chunks (a document of more than
-    // 64 KiB, from a file or memory), if the machine has more than one processor.
+    // 64 KiB, from a file or memory), if the calling thread may run on more than one
+    // processor.
     kAuto,
     // A second thread for any document.
     kSecondThread,

@@ -29,7 +29,7 @@ struct tImportOptions {
   // many is reported and dropped; 0: no limit.
   unsigned long long valueLimit = 0;
   // Tokenizes a document of more than 64 KiB on a second thread while the calling thread
-  // builds the tree, if the machine has more than one processor (core::xml::XMLParser's
+  // builds the tree, if it may run on more than one processor (core::xml::XMLParser's
   // automatic mode): the import then takes about as long as building the tree alone. The
   // reader, the locator and the reporter are still called on the calling thread only, and
   // the result is the same. Off by default, so that the library starts no thread unasked.
