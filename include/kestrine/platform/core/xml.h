@@ -51,8 +51,9 @@ class KPL_CORE_API XMLException : public Exception {
 // Expat runs on the calling thread unless asked otherwise: on request it runs on a second
 // thread while the calling thread delivers the events. The callback and the reader are still
 // called on the calling thread only, and the events, their positions and the exceptions are
-// the same. The reader is then read up to 256 KiB ahead of the events delivered, and asked
-// again whenever it hands out less than a whole chunk.
+// the same. The reader is then read ahead: up to four chunks ahead of the tokenizer, which
+// runs up to four batches of events (about 64 KiB each) ahead of the callback; and it is
+// asked again whenever it hands out less than a whole chunk.
 class KPL_CORE_API XMLParser {
  public:
   enum class Threading {
