@@ -235,8 +235,11 @@ TEST_F(XMLFrontEndTest, ImportsOnASecondThreadOnlyWhenAskedAndAlike) {
   EXPECT_NE(reports[0].texts[1].find("bogus : unknown element"), std::string::npos);
   cpu_set_t allowed;
   ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
-  const int started = CPU_COUNT(&allowed) > 1 ? 1 : 0;
-  EXPECT_EQ(reports[1].threads[0], reports[0].threads[0] + started);
+  // More than one thread may appear: a sanitizer starts a helper of its own with the first.
+  if (CPU_COUNT(&allowed) > 1)
+    EXPECT_GT(reports[1].threads[0], reports[0].threads[0]);
+  else
+    EXPECT_EQ(reports[1].threads[0], reports[0].threads[0]);
 }
 
 }  // namespace
