@@ -1,5 +1,7 @@
 #include "core/storage/record_arena.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +15,8 @@ namespace kestrine::platform::core::storage::datastore {
 
 namespace {
 
-constexpr std::size_t kChunkBytes = std::size_t{1} << 20;
+// Chunks made before huge pages are asked for.
+constexpr std::size_t kPlainChunks = 4;
 // Records above this get blocks of their own, so a chunk leaves at most this much unused at
 // its end, and a large record grows by the system's realloc.
 constexpr std::size_t kLargest = std::size_t{64} << 10;
@@ -28,6 +31,15 @@ std::size_t roundUp(std::size_t size) {
 // moves a logarithmic number of times.
 std::size_t grown(std::size_t capacity, std::size_t wanted) {
   return std::max(wanted, capacity + capacity / 2);
+}
+
+unsigned char* newChunk(bool hugePages) {
+  void* chunk = nullptr;
+  if (posix_memalign(&chunk, RecordArena::kChunkBytes, RecordArena::kChunkBytes) != 0)
+    throw std::bad_alloc();
+  // Only advice: where huge pages are off or none is free, the chunk gets plain pages.
+  if (hugePages) madvise(chunk, RecordArena::kChunkBytes, MADV_HUGEPAGE);
+  return static_cast<unsigned char*>(chunk);
 }
 
 }  // namespace
@@ -131,7 +143,7 @@ void RecordArena::reserve(Record& record, unsigned capacity, unsigned keep) {
 unsigned char* RecordArena::room(std::size_t capacity) {
   if (capacity > static_cast<std::size_t>(end_ - next_)) {
     // Owned before the list takes it, so that a list that cannot grow drops it again.
-    Block chunk(new unsigned char[kChunkBytes]);
+    Block chunk(newChunk(chunks_.size() >= kPlainChunks));
     chunks_.push_back(std::move(chunk));
     wasted_ += end_ - next_;
     next_ = chunks_.back().get();

@@ -2,6 +2,7 @@
 #define KPL_CORE_STORAGE_RECORD_ARENA_H_
 
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -13,9 +14,14 @@ namespace kestrine::platform::core::storage::datastore {
 // while it is the newest grows in place; one that outgrows its room elsewhere moves, and its
 // old room becomes a hole. When the holes come to half of what the records hold, the records
 // are packed into fresh chunks, in the order they lay. A record too large for a chunk gets a
-// block of its own. Not thread-safe: its owner serialises the calls.
+// block of its own. Chunks are the size of a huge page and aligned to one; once an arena has
+// outgrown a few of them, the system is asked to back the next ones with huge pages, so that
+// a store of tens of megabytes costs dozens of page faults instead of thousands, while a small
+// store keeps plain pages. Not thread-safe: its owner serialises the calls.
 class RecordArena {
  public:
+  static constexpr std::size_t kChunkBytes = std::size_t{2} << 20;  // a huge page
+
   // A record's bytes; valid until the next call that changes the arena.
   struct Bytes {
     unsigned char* data;
@@ -57,7 +63,10 @@ class RecordArena {
     bool live = false;
     bool own = false;  // a block of its own rather than room in a chunk
   };
-  using Block = std::unique_ptr<unsigned char[]>;
+  struct FreeChunk {
+    void operator()(unsigned char* chunk) const { std::free(chunk); }
+  };
+  using Block = std::unique_ptr<unsigned char, FreeChunk>;
 
   void reserve(Record& record, unsigned capacity, unsigned keep);
   unsigned char* room(std::size_t capacity);

@@ -95,23 +95,27 @@ TEST(RecordArena, KeepsEveryRecordThroughMovesAndPacks) {
 // The newest record grows where it lies while its chunk has room, and moves to a new chunk
 // when it has not, keeping its bytes.
 TEST(RecordArena, GrowsTheNewestRecordInPlaceOnlyWithinItsChunk) {
+  constexpr unsigned kBig = 65000;
+  constexpr unsigned kChunk = RecordArena::kChunkBytes;
   RecordArena arena;
-  std::vector<unsigned char> big(65000, 1);
-  for (int i = 0; i < 16; ++i)
-    arena.create(big.data(), 65000);
-  std::vector<unsigned char> last(8000, 2);
-  const unsigned offset = arena.create(last.data(), 8000);  // leaves 576 bytes of the chunk
-  EXPECT_EQ(arena.chunkBytes(), std::size_t{1} << 20);
-  arena.resize(offset, 8500, 8000);  // fits
-  EXPECT_EQ(arena.chunkBytes(), std::size_t{1} << 20);
-  unsigned char* data = arena.resize(offset, 9000, 8500);  // does not
-  std::fill(data + 8000, data + 9000, 3);
-  EXPECT_EQ(arena.chunkBytes(), std::size_t{2} << 20);
-  last.resize(9000, 3);
+  std::vector<unsigned char> big(kBig, 1);
+  for (unsigned i = 0; i < kChunk / kBig; ++i)
+    arena.create(big.data(), kBig);
+  // Leaves 576 bytes of the chunk.
+  const unsigned size = kChunk % kBig - 576, grown = size + 576;
+  std::vector<unsigned char> last(size, 2);
+  const unsigned offset = arena.create(last.data(), size);
+  EXPECT_EQ(arena.chunkBytes(), kChunk);
+  arena.resize(offset, grown, size);  // fits
+  EXPECT_EQ(arena.chunkBytes(), kChunk);
+  unsigned char* data = arena.resize(offset, grown + 8, grown);  // does not
+  std::fill(data + size, data + grown + 8, 3);
+  EXPECT_EQ(arena.chunkBytes(), 2 * kChunk);
+  last.resize(grown + 8, 3);
   RecordArena::Bytes bytes;
   ASSERT_TRUE(arena.find(offset, bytes));
-  ASSERT_EQ(bytes.size, 9000u);
-  EXPECT_EQ(0, std::memcmp(bytes.data, last.data(), 9000));
+  ASSERT_EQ(bytes.size, grown + 8);
+  EXPECT_EQ(0, std::memcmp(bytes.data, last.data(), grown + 8));
 }
 
 // Holes are let stand up to half of what the records hold (or 8 MiB), and no further.
