@@ -15,8 +15,8 @@ namespace kestrine::platform::core::storage::datastore {
 
 namespace {
 
-// Chunks made before huge pages are asked for.
-constexpr std::size_t kPlainChunks = 4;
+// Chunks made before huge pages are asked for: a store that fits in them keeps plain pages.
+constexpr std::size_t kPlainChunks = 1;
 // Records above this get blocks of their own, so a chunk leaves at most this much unused at
 // its end, and a large record grows by the system's realloc.
 constexpr std::size_t kLargest = std::size_t{64} << 10;

@@ -15,8 +15,8 @@ namespace kestrine::platform::core::storage::datastore {
 // old room becomes a hole. When the holes come to half of what the records hold, the records
 // are packed into fresh chunks, in the order they lay. A record too large for a chunk gets a
 // block of its own. Chunks are the size of a huge page and aligned to one; once an arena has
-// outgrown a few of them, the system is asked to back the next ones with huge pages, so that
-// a store of tens of megabytes costs dozens of page faults instead of thousands, while a small
+// outgrown its first, the system is asked to back the next ones with huge pages, so that a
+// store of tens of megabytes costs dozens of page faults instead of thousands, while a small
 // store keeps plain pages. Not thread-safe: its owner serialises the calls.
 class RecordArena {
  public:
