@@ -22,10 +22,16 @@ using data::structure::IContainerFrontEnd;
 
 namespace {
 
+// Opens standard output once what was reported is out.
+bool openStandardOutput(core::io::FileWriter& out) {
+  std::fflush(stderr);
+  return out.open();
+}
+
 // Writes to standard output; write errors (a full disk) throw.
 void print(const std::string& text) {
   core::io::FileWriter out("-");
-  out.open();
+  openStandardOutput(out);
   out.write(text.data(), static_cast<unsigned>(text.size()));
   out.close();
 }
@@ -33,7 +39,7 @@ void print(const std::string& text) {
 // Standard output, with progress shown for long exports.
 class ExportOutput : public core::io::IDataWriter {
  public:
-  bool open() override { return out_.open(); }
+  bool open() override { return openStandardOutput(out_); }
   void write(const void* data, unsigned size) override {
     out_.write(data, size);
     progress_.advance(size);

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -130,11 +131,13 @@ TEST_F(KmetaTest, RefusesUnreadableAndMalformedInputWithoutTouchingTheStore) {
                 "standard input: XML error at line 1");
 }
 
-// Catches: parse reports lost, mangled (not UTF-8, not one a line) or taken for failures.
+// Catches: parse reports lost, mangled (not UTF-8, not one a line) or taken for failures,
+// and reports held back until after the document when both outputs go to one file.
 TEST_F(KmetaTest, ReportsProblemsInTheContentOneALineAndSucceeds) {
-  Outcome run = kmeta({"roundtrip", file("odd.xml",
-                                         "<root name=\"r\"><gr\xc3\xb6\xc3\x9f\x65 name=\"x\"/>"
-                                         "<int32 name=\"loose\">1</int32><group/></root>")});
+  const std::string document = file("odd.xml",
+                                    "<root name=\"r\"><gr\xc3\xb6\xc3\x9f\x65 name=\"x\"/>"
+                                    "<int32 name=\"loose\">1</int32><group/></root>");
+  Outcome run = kmeta({"roundtrip", document});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.err,
             "gr\xc3\xb6\xc3\x9f\x65 : unknown element, skipping\n"
@@ -142,6 +145,11 @@ TEST_F(KmetaTest, ReportsProblemsInTheContentOneALineAndSucceeds) {
             "group : missing mandatory 'id' attribute\n");
   EXPECT_EQ(run.out,
             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root version=\"1\" name=\"r\"/>\n");
+  const std::string both = scratch() + "/both";
+  ASSERT_EQ(
+      std::system(("'" KPL_KMETA "' roundtrip '" + document + "' > '" + both + "' 2>&1").c_str()),
+      0);
+  EXPECT_EQ(readFile(both), run.err + run.out);
 }
 
 // Catches: a document that does not come back as it went in, through memory, standard

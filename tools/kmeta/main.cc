@@ -1,4 +1,6 @@
 // kmeta: reads and writes metadata trees as XML, in memory, in a store file or in a database.
+#include <unistd.h>
+
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -88,6 +90,10 @@ int fail(kmeta::Session& session, const char* message) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A document can draw thousands of reports, and unbuffered each costs a system call.
+  // Where no one watches them come, they go out in blocks; standard output is written only
+  // after what was reported before it, so that the two keep their order in one file.
+  if (isatty(STDERR_FILENO) != 1) std::setvbuf(stderr, nullptr, _IOFBF, 64 * 1024);
   // Declared outside the handlers below, which must see the store still open.
   kmeta::Session session;
   try {
