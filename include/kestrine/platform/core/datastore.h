@@ -121,7 +121,9 @@ class KPL_CORE_API IDataStore {
 
 // Records kept in memory: O(1) create, read, write and free by offset. The holder of the
 // store lock works on the records without further locking; the operations of other threads
-// wait until it lets the lock go.
+// wait until it lets the lock go. Records lie in chunks of 2 MiB; past its first chunk a
+// store asks the system to back the next ones with transparent huge pages (a hint that the
+// system's settings may turn down), so that a large store costs few page faults.
 class KPL_CORE_API MemoryDataStore : public IDataStore {
  public:
   MemoryDataStore();
