@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
-#include <iterator>
 
 #include "data/tree/name_index.h"
 
@@ -93,7 +92,7 @@ class ChildIndex::ProbeScope {
  public:
   ProbeScope(const ChildIndex& index, const wchar_t* name) : index_(index) {
     std::size_t length = std::wcslen(name);
-    index_.probe_ = {name, length, hashCharacters(name, length), kProbe};
+    index_.probe_ = {name, length, static_cast<StoredHash>(hashCharacters(name, length)), kProbe};
   }
   ~ProbeScope() { index_.probe_ = {nullptr, 0, 0, kProbe}; }
   ProbeScope(const ProbeScope&) = delete;
@@ -121,27 +120,17 @@ ChildIndex::Bytes ChildIndex::bytes(Position position) const {
     case kDeleted:
       return {kDeletedBytes.data(), kDeletedBytes.size()};
     default: {
-      const unsigned char* at = names_.data() + position;
+      const unsigned char* at = names_.data() + position + sizeof(StoredHash);
       std::uint32_t size = getVarint(at);
       return {at, size};
     }
   }
 }
 
-// A stored name is unpacked to be hashed: only when the map grows.
 std::size_t ChildIndex::hashStored(Position position) const {
-  Bytes name = bytes(position);
-  wchar_t local[128];
-  std::vector<wchar_t> heap;
-  wchar_t* characters = local;
-  if (name.size > std::size(local)) {
-    heap.resize(name.size);
-    characters = heap.data();
-  }
-  std::size_t length = 0;
-  for (const unsigned char* at = name.data; at != name.data + name.size;)
-    characters[length++] = static_cast<wchar_t>(getVarint(at));
-  return hashCharacters(characters, length);
+  StoredHash hash;
+  std::memcpy(&hash, names_.data() + position, sizeof hash);
+  return hash;
 }
 
 bool ChildIndex::holdsProbe(Position position) const {
@@ -166,9 +155,14 @@ ChildIndex::Position ChildIndex::store() {
   std::uint32_t size = 0;
   for (std::size_t i = 0; i < probe_.length; ++i)
     size += varintSize(static_cast<std::uint32_t>(probe_.name[i]));
-  unsigned char prefix[5];
-  const auto prefixLength = static_cast<std::size_t>(putVarint(prefix, size) - prefix);
-  names_.resize(position + prefixLength + size);
+  unsigned char prefix[sizeof(StoredHash) + 5];
+  std::memcpy(prefix, &probe_.hash, sizeof probe_.hash);
+  const auto prefixLength =
+      static_cast<std::size_t>(putVarint(prefix + sizeof probe_.hash, size) - prefix);
+  const std::size_t end = position + prefixLength + size;
+  // Grown by half rather than doubled: the names take about half of an index's memory.
+  if (end > names_.capacity()) names_.reserve(std::max(end, names_.capacity() * 3 / 2));
+  names_.resize(end);
   packCharacters(probe_.name, std::copy(prefix, prefix + prefixLength, names_.data() + position));
   return position;
 }
@@ -185,7 +179,7 @@ bool ChildIndex::insert(const wchar_t* name, unsigned offset) {
 }
 
 void ChildIndex::discard(Position position) {
-  const unsigned char* at = names_.data() + position;
+  const unsigned char* at = names_.data() + position + sizeof(StoredHash);
   std::uint32_t size = getVarint(at);
   wasted_ += static_cast<std::size_t>(at - (names_.data() + position)) + size;
 }
@@ -245,6 +239,8 @@ void ChildIndex::compactIfWasteful() {
   for (const auto& [position, offset] : map_) {
     Bytes name = bytes(position);
     entries.emplace_back(static_cast<Position>(names.size()), offset);
+    const unsigned char* hash = names_.data() + position;
+    names.insert(names.end(), hash, hash + sizeof(StoredHash));
     appendVarint(names, static_cast<std::uint32_t>(name.size));
     names.insert(names.end(), name.data, name.data + name.size);
   }

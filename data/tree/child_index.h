@@ -11,13 +11,14 @@ namespace kestrine::platform::data::Metadata {
 
 // The children of one set by name: child name -> child record offset. A set may hold a million
 // children, so the names are kept once, packed, and the hash map holds only 32-bit positions
-// into them: about 30 bytes per child for names like "item_123456", against well over 100 for
+// into them: 30 to 40 bytes per child for names like "item_123456", against well over 100 for
 // a map of wide strings.
 //
 // The packed form of a name is its byte length and then each 32-bit character as a base-128
 // varint (one byte for ASCII), so equal names pack equally and any wide string packs. Names
 // hash by their characters, not their packed bytes, so that a name being looked up is hashed
-// and compared as it is given.
+// and compared as it is given. Each packed name is kept after its hash, so that the map,
+// as it grows, moves its entries without unpacking and hashing every name again.
 // Erased and renamed names leave their bytes behind until they make up half the storage;
 // then the live names are packed afresh.
 //
@@ -54,6 +55,9 @@ class ChildIndex {
  private:
   // A position in names_, or one of the markers below, which name byte strings kept apart.
   using Position = std::uint32_t;
+  // The hash kept before each packed name: the low half of the name's hash, which is all the
+  // map uses below four billion buckets.
+  using StoredHash = std::uint32_t;
   static constexpr Position kEmpty = 0xFFFFFFFF;
   static constexpr Position kDeleted = 0xFFFFFFFE;
   static constexpr Position kProbe = 0xFFFFFFFD;  // the name being looked up
@@ -68,7 +72,7 @@ class ChildIndex {
   struct Probe {
     const wchar_t* name;
     std::size_t length;
-    std::size_t hash;
+    StoredHash hash;
     // Where an insert stored the name: that position hashes as the probe, without being
     // unpacked again.
     Position stored;
