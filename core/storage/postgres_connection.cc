@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/storage/postgres_library.h"
 #include "kestrine/platform/core/exception.h"
 
 namespace kestrine::platform::core::storage::datastore {
@@ -37,6 +38,11 @@ std::string oneLine(const char* text) {
 // The server talks as NOTICE about harmless things ("relation already exists, skipping");
 // libpq would print them on standard error.
 void ignoreNotice(void*, const char*) {}
+
+// libpq, which a connection has loaded before it makes any other call.
+const PostgresLibrary& pq() {
+  return PostgresLibrary::get();
+}
 
 bool failed(ExecStatusType status) {
   return status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && status != PGRES_COPY_IN;
@@ -80,45 +86,45 @@ std::vector<int> PostgresParameters::lengths() const {
 }
 
 PostgresResult::PostgresResult(PGresult* result, const std::string& name)
-    : result_(result, PQclear), name_(&name) {}
+    : result_(result, pq().PQclear), name_(&name) {}
 
 ExecStatusType PostgresResult::status() const {
-  return result_ ? PQresultStatus(result_.get()) : PGRES_FATAL_ERROR;
+  return result_ ? pq().PQresultStatus(result_.get()) : PGRES_FATAL_ERROR;
 }
 
 std::string PostgresResult::sqlState() const {
-  const char* state = result_ ? PQresultErrorField(result_.get(), PG_DIAG_SQLSTATE) : nullptr;
+  const char* state = result_ ? pq().PQresultErrorField(result_.get(), PG_DIAG_SQLSTATE) : nullptr;
   return state != nullptr ? state : "";
 }
 
 std::string PostgresResult::error() const {
   if (!result_) return "no answer from the server";
-  const char* primary = PQresultErrorField(result_.get(), PG_DIAG_MESSAGE_PRIMARY);
-  return oneLine(primary != nullptr ? primary : PQresultErrorMessage(result_.get()));
+  const char* primary = pq().PQresultErrorField(result_.get(), PG_DIAG_MESSAGE_PRIMARY);
+  return oneLine(primary != nullptr ? primary : pq().PQresultErrorMessage(result_.get()));
 }
 
 bool PostgresResult::endsSession() const {
   const char* severity =
-      result_ ? PQresultErrorField(result_.get(), PG_DIAG_SEVERITY_NONLOCALIZED) : nullptr;
+      result_ ? pq().PQresultErrorField(result_.get(), PG_DIAG_SEVERITY_NONLOCALIZED) : nullptr;
   return severity != nullptr &&
          (std::strcmp(severity, "FATAL") == 0 || std::strcmp(severity, "PANIC") == 0);
 }
 
 int PostgresResult::rows() const {
-  return PQntuples(result_.get());
+  return pq().PQntuples(result_.get());
 }
 
 const char* PostgresResult::field(int row, int column, int length) const {
   PGresult* result = result_.get();
-  if (row >= PQntuples(result) || column >= PQnfields(result) || PQfformat(result, column) != 1 ||
-      PQgetisnull(result, row, column) ||
-      (length >= 0 && PQgetlength(result, row, column) != length))
+  if (row >= pq().PQntuples(result) || column >= pq().PQnfields(result) ||
+      pq().PQfformat(result, column) != 1 || pq().PQgetisnull(result, row, column) ||
+      (length >= 0 && pq().PQgetlength(result, row, column) != length))
     throw Exception(*name_ + ": unexpected answer from the server");
-  return PQgetvalue(result, row, column);
+  return pq().PQgetvalue(result, row, column);
 }
 
 long long PostgresResult::integer(int row, int column) const {
-  if (PQftype(result_.get(), column) == kInt4) {
+  if (pq().PQftype(result_.get(), column) == kInt4) {
     std::uint32_t big;
     std::memcpy(&big, field(row, column, sizeof big), sizeof big);
     return static_cast<std::int32_t>(be32toh(big));
@@ -131,7 +137,7 @@ long long PostgresResult::integer(int row, int column) const {
 RecordBytes PostgresResult::bytes(int row, int column) const {
   const char* data = field(row, column, -1);
   return RecordBytes{reinterpret_cast<const unsigned char*>(data),
-                     static_cast<std::size_t>(PQgetlength(result_.get(), row, column))};
+                     static_cast<std::size_t>(pq().PQgetlength(result_.get(), row, column))};
 }
 
 PostgresConnection::PostgresConnection(const PostgresAddress& address) : address_(address) {
@@ -139,27 +145,32 @@ PostgresConnection::PostgresConnection(const PostgresAddress& address) : address
 }
 
 PostgresConnection::~PostgresConnection() {
-  PQfinish(connection_);
+  pq().PQfinish(connection_);
 }
 
 void PostgresConnection::connect() {
+  try {
+    PostgresLibrary::get();
+  } catch (const Exception& failure) {
+    fail("connect", failure.what());
+  }
   const char* keywords[] = {"connect_timeout", "fallback_application_name", "dbname", nullptr};
   const char* values[] = {"10", "kpl", address_.connection().c_str(), nullptr};
   // Keywords before dbname give way to the URI's; only the environment needs a look.
   int first = std::getenv("PGCONNECT_TIMEOUT") != nullptr ? 1 : 0;
-  PGconn* connection = PQconnectdbParams(keywords + first, values + first, 1);
+  PGconn* connection = pq().PQconnectdbParams(keywords + first, values + first, 1);
   if (connection == nullptr) fail("connect", "out of memory");
-  if (PQstatus(connection) != CONNECTION_OK) {
-    std::string cause = PQerrorMessage(connection);
-    PQfinish(connection);
+  if (pq().PQstatus(connection) != CONNECTION_OK) {
+    std::string cause = pq().PQerrorMessage(connection);
+    pq().PQfinish(connection);
     fail("connect", cause);
   }
-  PQsetNoticeProcessor(connection, ignoreNotice, nullptr);
+  pq().PQsetNoticeProcessor(connection, ignoreNotice, nullptr);
   connection_ = connection;
 }
 
 bool PostgresConnection::broken() const {
-  return connection_ == nullptr || PQstatus(connection_) != CONNECTION_OK;
+  return connection_ == nullptr || pq().PQstatus(connection_) != CONNECTION_OK;
 }
 
 void PostgresConnection::reconnect() {
@@ -172,7 +183,7 @@ void PostgresConnection::reconnect() {
 // step. A session that somehow still stood then ends too, and with it its locks: a lost
 // connection must never come back holding what its owner believes gone.
 void PostgresConnection::drop() {
-  PQfinish(connection_);
+  pq().PQfinish(connection_);
   connection_ = nullptr;
 }
 
@@ -184,7 +195,7 @@ PGconn* PostgresConnection::live(const char* operation) {
 
 PostgresResult PostgresConnection::result(const char* operation, PGresult* answer) {
   if (answer == nullptr) {  // libpq's own failure: memory, or the connection
-    std::string cause = PQerrorMessage(connection_);
+    std::string cause = pq().PQerrorMessage(connection_);
     drop();
     fail(operation, cause);
   }
@@ -203,8 +214,8 @@ PostgresResult PostgresConnection::attempt(const char* operation,
   std::vector<const char*> values = parameters.values();
   std::vector<int> lengths = parameters.lengths();
   return result(operation,
-                PQexecParams(connection, statement.sql, parameters.count(), parameters.types(),
-                             values.data(), lengths.data(), parameters.formats(), kBinary));
+                pq().PQexecParams(connection, statement.sql, parameters.count(), parameters.types(),
+                                  values.data(), lengths.data(), parameters.formats(), kBinary));
 }
 
 PostgresResult PostgresConnection::exec(const char* operation, const PostgresStatement& statement) {
@@ -216,37 +227,37 @@ PostgresResult PostgresConnection::exec(const char* operation, const PostgresSta
 std::vector<PostgresResult> PostgresConnection::pipeline(
     const char* operation, const std::vector<PostgresStatement>& statements) {
   PGconn* connection = live(operation);
-  bool sent = PQenterPipelineMode(connection) == 1;
+  bool sent = pq().PQenterPipelineMode(connection) == 1;
   for (const PostgresStatement& statement : statements) {
     const PostgresParameters& parameters = statement.parameters;
     std::vector<const char*> values = parameters.values();
     std::vector<int> lengths = parameters.lengths();
-    sent = sent &&
-           PQsendQueryParams(connection, statement.sql, parameters.count(), parameters.types(),
-                             values.data(), lengths.data(), parameters.formats(), kBinary) == 1;
+    sent = sent && pq().PQsendQueryParams(connection, statement.sql, parameters.count(),
+                                          parameters.types(), values.data(), lengths.data(),
+                                          parameters.formats(), kBinary) == 1;
   }
-  sent = sent && PQpipelineSync(connection) == 1;
+  sent = sent && pq().PQpipelineSync(connection) == 1;
   // Each statement answers with one result and a null, the sync last. After a failure the
   // server skips the rest, which answer PGRES_PIPELINE_ABORTED.
   std::vector<PostgresResult> results;
   std::string failure;
   bool sessionEnded = false;
   for (std::size_t i = 0; sent && i < statements.size(); ++i) {
-    PGresult* answer = PQgetResult(connection);
+    PGresult* answer = pq().PQgetResult(connection);
     if (answer == nullptr) break;
     results.emplace_back(answer, name());
-    while (PGresult* rest = PQgetResult(connection))
-      PQclear(rest);
+    while (PGresult* rest = pq().PQgetResult(connection))
+      pq().PQclear(rest);
     const PostgresResult& last = results.back();
     if (failure.empty() && last.status() != PGRES_PIPELINE_ABORTED && failed(last.status()))
       failure = last.error();
     sessionEnded = sessionEnded || last.endsSession();
   }
-  PGresult* sync = results.size() == statements.size() ? PQgetResult(connection) : nullptr;
-  bool synced = sync != nullptr && PQresultStatus(sync) == PGRES_PIPELINE_SYNC;
-  PQclear(sync);
-  if (!synced || sessionEnded || PQexitPipelineMode(connection) != 1) {
-    if (failure.empty()) failure = PQerrorMessage(connection);
+  PGresult* sync = results.size() == statements.size() ? pq().PQgetResult(connection) : nullptr;
+  bool synced = sync != nullptr && pq().PQresultStatus(sync) == PGRES_PIPELINE_SYNC;
+  pq().PQclear(sync);
+  if (!synced || sessionEnded || pq().PQexitPipelineMode(connection) != 1) {
+    if (failure.empty()) failure = pq().PQerrorMessage(connection);
     drop();
   }
   if (!failure.empty()) fail(operation, failure);
@@ -256,7 +267,8 @@ std::vector<PostgresResult> PostgresConnection::pipeline(
 PostgresConnection::Copy::Copy(PostgresConnection& connection, const char* operation,
                                const char* sql)
     : connection_(connection), operation_(operation) {
-  PostgresResult answer = connection.result(operation, PQexec(connection.live(operation), sql));
+  PostgresResult answer =
+      connection.result(operation, pq().PQexec(connection.live(operation), sql));
   if (answer.status() != PGRES_COPY_IN) {
     open_ = false;
     connection.fail(operation, answer.error());
@@ -266,15 +278,15 @@ PostgresConnection::Copy::Copy(PostgresConnection& connection, const char* opera
 PostgresConnection::Copy::~Copy() {
   if (!open_ || connection_.broken()) return;
   PGconn* connection = connection_.connection_;
-  PQputCopyEnd(connection, "abandoned");
-  while (PGresult* answer = PQgetResult(connection))
-    PQclear(answer);
+  pq().PQputCopyEnd(connection, "abandoned");
+  while (PGresult* answer = pq().PQgetResult(connection))
+    pq().PQclear(answer);
 }
 
 void PostgresConnection::Copy::send(const std::string& data) {
   PGconn* connection = connection_.live(operation_);
-  if (PQputCopyData(connection, data.data(), static_cast<int>(data.size())) == 1) return;
-  std::string cause = PQerrorMessage(connection);
+  if (pq().PQputCopyData(connection, data.data(), static_cast<int>(data.size())) == 1) return;
+  std::string cause = pq().PQerrorMessage(connection);
   open_ = false;
   connection_.drop();
   connection_.fail(operation_, cause);
@@ -283,14 +295,14 @@ void PostgresConnection::Copy::send(const std::string& data) {
 void PostgresConnection::Copy::finish() {
   PGconn* connection = connection_.live(operation_);
   open_ = false;
-  if (PQputCopyEnd(connection, nullptr) != 1) {
-    std::string cause = PQerrorMessage(connection);
+  if (pq().PQputCopyEnd(connection, nullptr) != 1) {
+    std::string cause = pq().PQerrorMessage(connection);
     connection_.drop();
     connection_.fail(operation_, cause);
   }
-  PostgresResult answer = connection_.result(operation_, PQgetResult(connection));
-  while (PGresult* rest = PQgetResult(connection))
-    PQclear(rest);
+  PostgresResult answer = connection_.result(operation_, pq().PQgetResult(connection));
+  while (PGresult* rest = pq().PQgetResult(connection))
+    pq().PQclear(rest);
   if (failed(answer.status())) connection_.fail(operation_, answer.error());
 }
 
