@@ -9,13 +9,34 @@ namespace kestrine::platform::core::storage::datastore {
 // connects, not with this library: it brings in Kerberos, LDAP and TLS libraries whose loading
 // costs every process some milliseconds at start, and most processes never open a
 // PostgreSQL store.
-#define KPL_POSTGRES_FUNCTIONS(X)                                                             \
-  X(PQclear)                                                                                  \
-  X(PQconnectdbParams) X(PQenterPipelineMode) X(PQerrorMessage) X(PQexec) X(PQexecParams)     \
-      X(PQexitPipelineMode) X(PQfformat) X(PQfinish) X(PQftype) X(PQgetisnull) X(PQgetlength) \
-          X(PQgetResult) X(PQgetvalue) X(PQnfields) X(PQntuples) X(PQpipelineSync)            \
-              X(PQputCopyData) X(PQputCopyEnd) X(PQresultErrorField) X(PQresultErrorMessage)  \
-                  X(PQresultStatus) X(PQsendQueryParams) X(PQsetNoticeProcessor) X(PQstatus)
+// clang-format off
+#define KPL_POSTGRES_FUNCTIONS(X) \
+  X(PQclear) \
+  X(PQconnectdbParams) \
+  X(PQenterPipelineMode) \
+  X(PQerrorMessage) \
+  X(PQexec) \
+  X(PQexecParams) \
+  X(PQexitPipelineMode) \
+  X(PQfformat) \
+  X(PQfinish) \
+  X(PQftype) \
+  X(PQgetisnull) \
+  X(PQgetlength) \
+  X(PQgetResult) \
+  X(PQgetvalue) \
+  X(PQnfields) \
+  X(PQntuples) \
+  X(PQpipelineSync) \
+  X(PQputCopyData) \
+  X(PQputCopyEnd) \
+  X(PQresultErrorField) \
+  X(PQresultErrorMessage) \
+  X(PQresultStatus) \
+  X(PQsendQueryParams) \
+  X(PQsetNoticeProcessor) \
+  X(PQstatus)
+// clang-format on
 
 struct PostgresLibrary {
   // libpq, loaded on the first call; throws Exception with the cause when it cannot be.

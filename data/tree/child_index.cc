@@ -179,9 +179,8 @@ bool ChildIndex::insert(const wchar_t* name, unsigned offset) {
 }
 
 void ChildIndex::discard(Position position) {
-  const unsigned char* at = names_.data() + position + sizeof(StoredHash);
-  std::uint32_t size = getVarint(at);
-  wasted_ += static_cast<std::size_t>(at - (names_.data() + position)) + size;
+  Bytes name = bytes(position);
+  wasted_ += static_cast<std::size_t>(name.data + name.size - (names_.data() + position));
 }
 
 bool ChildIndex::erase(const wchar_t* name) {
