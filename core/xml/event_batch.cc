@@ -67,9 +67,11 @@ void EventBatch::startElement(const Position& at, const char* name, const char**
     put(attributes[i]);
 }
 
-void EventBatch::endElement(const Position& at, const char* name) {
-  put(at, kEnd, 0);
+void EventBatch::endElement(const Position& at, const char* name, std::string_view attachment) {
+  put(at, kEnd, static_cast<unsigned>(attachment.size()));
   put(name);
+  if (!attachment.empty())
+    std::memcpy(extend(attachment.size()), attachment.data(), attachment.size());
 }
 
 void EventBatch::characterData(const Position& at, const char* data, int length) {
@@ -99,14 +101,15 @@ void EventBatch::clear() {
   failure_ = nullptr;
 }
 
-void EventBatch::replay(XMLCallback* callback, Position* at) {
+void EventBatch::replay(XMLCallback* callback, Delivery* now) {
   const char* cursor = data_.get();
   const char* const end = cursor + size_;
   while (cursor != end) {
     Header header;
     std::memcpy(&header, cursor, sizeof header);
     cursor += sizeof header;
-    *at = header.at;
+    now->at = header.at;
+    now->attached = {};
     switch (header.kind) {
       case kStart: {
         const char* name = takeString(cursor);
@@ -117,9 +120,13 @@ void EventBatch::replay(XMLCallback* callback, Position* at) {
         callback->notifyStartElement(name, attributes_.data());
         break;
       }
-      case kEnd:
-        callback->notifyEndElement(takeString(cursor));
+      case kEnd: {
+        const char* name = takeString(cursor);
+        now->attached = {cursor, header.count};
+        cursor += header.count;
+        callback->notifyEndElement(name);
         break;
+      }
       case kText:
         callback->notifyCharacterData(cursor, static_cast<int>(header.count));
         cursor += header.count;

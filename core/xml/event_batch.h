@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <exception>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -17,6 +18,13 @@ struct Position {
   unsigned long column = 0;
 };
 
+// What the parser tells of the event being delivered: where it begins, and for an end tag
+// what the lookahead attached to it.
+struct Delivery {
+  Position at;
+  std::string_view attached;
+};
+
 // Tokenizer events recorded on one thread and replayed on another. Expat's names and texts
 // change with its next event, so they are copied, packed one event after another, into one
 // buffer that is kept for the next batch.
@@ -28,7 +36,7 @@ class EventBatch {
   EventBatch& operator=(EventBatch&& other) noexcept;
 
   void startElement(const Position& at, const char* name, const char** attributes);
-  void endElement(const Position& at, const char* name);
+  void endElement(const Position& at, const char* name, std::string_view attachment);
   void characterData(const Position& at, const char* data, int length);
   void startNamespace(const Position& at, const char* prefix, const char* uri);
   void endNamespace(const Position& at, const char* prefix);
@@ -41,14 +49,15 @@ class EventBatch {
   bool last() const { return last_; }
   const std::exception_ptr& failure() const { return failure_; }
 
-  // Delivers the events in their order, with `at` set to each one's position while it is
-  // delivered. An exception of the callback passes through and ends the replay.
-  void replay(XMLCallback* callback, Position* at);
+  // Delivers the events in their order, with `now` set to each one's position and
+  // attachment while it is delivered. An exception of the callback passes through and ends
+  // the replay.
+  void replay(XMLCallback* callback, Delivery* now);
 
  private:
   enum Kind : unsigned { kStart, kEnd, kText, kStartNamespace, kEndNamespace };
-  // Opens every event. `count` is the number of attributes, the length of a text, or
-  // whether a namespace event has a prefix.
+  // Opens every event. `count` is the number of attributes, the length of a text or of an
+  // end tag's attachment, or whether a namespace event has a prefix.
   struct Header {
     Position at;
     Kind kind;

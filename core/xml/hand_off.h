@@ -46,6 +46,11 @@ class HandOff {
     std::lock_guard<std::mutex> lock(mutex_);
     return queue_.size() >= capacity_;
   }
+  // How many items wait to be received.
+  std::size_t waiting() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return queue_.size();
+  }
 
   // Gives a spent item back, and takes one to fill (a default one when none is spare).
   void recycle(T&& item) {

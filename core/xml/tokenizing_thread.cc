@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <string>
 #include <utility>
 
 namespace kestrine::platform::core::xml {
@@ -18,21 +19,26 @@ struct Cancelled {};
 
 }  // namespace
 
-// The tokenizer's callback on the tokenizing thread: records each event with its position.
+// The tokenizer's callback on the tokenizing thread: records each event with its position,
+// after the lookahead has seen it.
 class TokenizingThread::Recorder : public XMLCallback {
  public:
-  Recorder(HandOff<EventBatch>& out, const ExpatTokenizer& tokenizer)
-      : out_(out), tokenizer_(tokenizer) {}
+  Recorder(HandOff<EventBatch>& out, const ExpatTokenizer& tokenizer, XMLLookahead* lookahead)
+      : out_(out), tokenizer_(tokenizer), lookahead_(lookahead) {}
 
   void notifyStartElement(const char* name, const char** attributes) override {
+    if (lookahead_ != nullptr) lookahead_->startElement(name);
     batch_.startElement(here(), name, attributes);
     sendWhenFull();
   }
   void notifyEndElement(const char* name) override {
-    batch_.endElement(here(), name);
+    attachment_.clear();
+    if (lookahead_ != nullptr) lookahead_->endElement(name, ahead_ ? &attachment_ : nullptr);
+    batch_.endElement(here(), name, attachment_);
     sendWhenFull();
   }
   void notifyCharacterData(const char* data, int length) override {
+    if (lookahead_ != nullptr) lookahead_->characterData(data, length);
     batch_.characterData(here(), data, length);
     sendWhenFull();
   }
@@ -48,6 +54,7 @@ class TokenizingThread::Recorder : public XMLCallback {
   // Sends the events so far, even none. Throws Cancelled when the calling thread has gone.
   void flush() {
     if (!out_.send(std::move(batch_))) throw Cancelled();
+    ahead_ = out_.waiting() >= kBatchesAhead / 2;
     batch_ = out_.reuse();
     batch_.clear();
   }
@@ -66,14 +73,20 @@ class TokenizingThread::Recorder : public XMLCallback {
 
   HandOff<EventBatch>& out_;
   const ExpatTokenizer& tokenizer_;
+  XMLLookahead* const lookahead_;
+  // Whether the calling thread had events enough waiting at the last batch sent: then the
+  // lookahead's work is done while that thread is busy anyway, and saves it its own.
+  bool ahead_ = false;
+  std::string attachment_;
   EventBatch batch_;
 };
 
-TokenizingThread::TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending)
+TokenizingThread::TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending,
+                                   XMLLookahead* lookahead)
     : tokenizer_(tokenizer),
       input_(kChunksAhead),
       events_(kBatchesAhead),
-      recorder_(new Recorder(events_, tokenizer)),
+      recorder_(new Recorder(events_, tokenizer, lookahead)),
       thread_([this, pending] { tokenize(pending); }) {}
 
 TokenizingThread::~TokenizingThread() {
@@ -114,8 +127,9 @@ void TokenizingThread::readAhead(io::IDataReader* reader) {
     chunk.size = 0;
     try {
       while (chunk.size < ExpatTokenizer::kChunk && !chunk.last) {
-        const unsigned count = reader->read(chunk.bytes.get() + chunk.size,
-                                            static_cast<unsigned>(ExpatTokenizer::kChunk - chunk.size));
+        const unsigned count =
+            reader->read(chunk.bytes.get() + chunk.size,
+                         static_cast<unsigned>(ExpatTokenizer::kChunk - chunk.size));
         chunk.size += count;
         chunk.last = count == 0;
       }
@@ -130,11 +144,11 @@ void TokenizingThread::readAhead(io::IDataReader* reader) {
   }
 }
 
-void TokenizingThread::deliver(io::IDataReader* reader, XMLCallback* callback, Position* at) {
+void TokenizingThread::deliver(io::IDataReader* reader, XMLCallback* callback, Delivery* now) {
   for (EventBatch batch;;) {
     readAhead(reader);
     if (!events_.receive(batch)) return;
-    batch.replay(callback, at);
+    batch.replay(callback, now);
     if (batch.last()) {
       if (batch.failure()) std::rethrow_exception(batch.failure());
       if (readFailure_) std::rethrow_exception(readFailure_);

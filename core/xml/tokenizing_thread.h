@@ -20,20 +20,21 @@ namespace kestrine::platform::core::xml {
 class TokenizingThread {
  public:
   // Starts the thread, which first tokenizes the `pending` bytes that the caller put into
-  // the tokenizer's buffer. Throws std::system_error when no thread can be started; the
-  // tokenizer is then as it was.
-  TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending);
+  // the tokenizer's buffer, and shows the events to `lookahead` (none when null) as it
+  // records them. Throws std::system_error when no thread can be started; the tokenizer is
+  // then as it was.
+  TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending, XMLLookahead* lookahead);
   // Stops the thread, wherever it is, and waits for it.
   ~TokenizingThread();
   TokenizingThread(const TokenizingThread&) = delete;
   TokenizingThread& operator=(const TokenizingThread&) = delete;
 
-  // Reads the rest of the document and delivers its events to `callback`, with `at` set to
-  // the position of the event being delivered. Ends as XMLParser::parseDocument does: every
+  // Reads the rest of the document and delivers its events to `callback`, with `now` telling
+  // of the event being delivered. Ends as XMLParser::parseDocument does: every
   // event before a fault is delivered, then the fault (malformed XML, the reader's
   // exception, the callback's) is thrown. The reader is read up to kChunksAhead chunks ahead
   // of the tokenizer.
-  void deliver(io::IDataReader* reader, XMLCallback* callback, Position* at);
+  void deliver(io::IDataReader* reader, XMLCallback* callback, Delivery* now);
 
   static constexpr std::size_t kChunksAhead = 4;
 

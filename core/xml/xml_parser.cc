@@ -11,6 +11,7 @@
 namespace kestrine::platform::core::xml {
 
 XMLCallback::~XMLCallback() = default;
+XMLLookahead::~XMLLookahead() = default;
 
 namespace {
 
@@ -27,11 +28,12 @@ bool severalProcessors() {
 struct XMLParser::Impl {
   XMLCallback* callback;
   Threading threading;
+  XMLLookahead* lookahead = nullptr;
   // The parse under way, for line() and column(): its tokenizer while that calls back on
-  // this thread, and the replayed position once a tokenizing thread has taken over.
+  // this thread, and the replayed event once a tokenizing thread has taken over.
   const ExpatTokenizer* tokenizer = nullptr;
   bool replaying = false;
-  Position replayed;
+  Delivery replayed;
 
   // Whether the tokenizer moves to a thread of its own before the `chunk`th chunk (from 0),
   // `whole` when every read so far filled its chunk. In automatic mode the first chunk is
@@ -69,6 +71,7 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
     ~Forget() {
       impl.tokenizer = nullptr;
       impl.replaying = false;
+      impl.replayed = Delivery();
     }
   } forget{impl};
 
@@ -81,7 +84,7 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
     if (count != 0 && impl.secondThreadFor(chunk, whole)) {
       std::optional<TokenizingThread> thread;
       try {
-        thread.emplace(tokenizer, count);
+        thread.emplace(tokenizer, count, impl.lookahead);
       } catch (const std::system_error&) {
         // No thread to be had: the tokenizer carries on here.
       }
@@ -97,13 +100,21 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
 }
 
 unsigned long XMLParser::line() const {
-  if (impl_->replaying) return impl_->replayed.line;
+  if (impl_->replaying) return impl_->replayed.at.line;
   return impl_->tokenizer != nullptr ? impl_->tokenizer->line() : 0;
 }
 
 unsigned long XMLParser::column() const {
-  if (impl_->replaying) return impl_->replayed.column;
+  if (impl_->replaying) return impl_->replayed.at.column;
   return impl_->tokenizer != nullptr ? impl_->tokenizer->column() : 0;
+}
+
+void XMLParser::lookahead(XMLLookahead* lookahead) {
+  impl_->lookahead = lookahead;
+}
+
+std::string_view XMLParser::attached() const {
+  return impl_->replayed.attached;
 }
 
 }  // namespace kestrine::platform::core::xml

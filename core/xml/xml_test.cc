@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cwchar>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -129,10 +131,9 @@ INSTANTIATE_TEST_SUITE_P(Threads, XMLParserTest,
 // Catches: namespace declarations not reported, reported out of order, or prefixes resolved
 // away from the names as written. (Decoding the declared encodings is expat's own.)
 TEST_P(XMLParserTest, ReportsNamesAsWrittenAndNamespacesAsEvents) {
-  EXPECT_EQ(parse(
-                "<p:root xmlns:p=\"urn:p\" xmlns=\"urn:d\" p:attr=\"1\" plain=\"2\">"
-                "<child xmlns=\"\"/><p:leaf/></p:root>",
-                GetParam()),
+  EXPECT_EQ(parse("<p:root xmlns:p=\"urn:p\" xmlns=\"urn:d\" p:attr=\"1\" plain=\"2\">"
+                  "<child xmlns=\"\"/><p:leaf/></p:root>",
+                  GetParam()),
             (Events{"ns p=urn:p", "ns (default)=urn:d", "start p:root p:attr=1 plain=2",
                     "ns (default)=", "start child", "end child", "end ns (default)", "start p:leaf",
                     "end p:leaf", "end p:root", "end ns (default)", "end ns p"}));
@@ -149,7 +150,8 @@ TEST_P(XMLParserTest, TinyReadsOfALargeDocumentGiveTheSameEventsAsOneRead) {
   whole.parser = &parser;
   parser.parseDocument(&reader);
   ASSERT_EQ(whole.events.size(), 20000u * 6 + 4);
-  EXPECT_EQ(whole.events[20000 * 6 - 4], "start k:entry id=19999 note=caf\xC3\xA9 & \xF0\x9F\x98\x80 @20001:1");
+  EXPECT_EQ(whole.events[20000 * 6 - 4],
+            "start k:entry id=19999 note=caf\xC3\xA9 & \xF0\x9F\x98\x80 @20001:1");
   for (bool trickle : {false, true}) {
     Recorder recorder;
     parse(document, &recorder, GetParam(), trickle, true);
@@ -259,6 +261,73 @@ TEST_P(XMLParserTest, CallbackAndReaderRunOnTheCallingThreadOnly) {
   XMLParser(&callback, GetParam()).parseDocument(&reader);
   EXPECT_FALSE(callback.elsewhere);
   EXPECT_FALSE(reader.elsewhere);
+}
+
+// Catches an attachment delivered with another end tag than its own (shifted across a batch
+// boundary, or left over from the tag before), seen outside its end tag, attachments on the
+// calling thread, and a lookahead that misses events. The callback is held up at its first
+// event, so that batches pile up and the lookahead is offered to attach.
+TEST_P(XMLParserTest, LookaheadAttachesToItsOwnEndTagsOnlyOnASecondThread) {
+  // Attaches "name|text since the last tag".
+  class Lookahead : public XMLLookahead {
+   public:
+    void startElement(const char*) override {
+      ++seen;
+      text.clear();
+    }
+    void characterData(const char* data, int length) override { text.append(data, length); }
+    void endElement(const char* name, std::string* attachment) override {
+      ++seen;
+      if (attachment != nullptr) *attachment = name + ("|" + text);
+      text.clear();
+    }
+    std::string text;
+    std::size_t seen = 0;
+  } lookahead;
+  class Checker : public XMLCallback {
+   public:
+    void notifyStartElement(const char*, const char**) override { tag(); }
+    void notifyEndElement(const char* name) override {
+      const std::string_view attached = parser->attached();
+      if (!attached.empty()) {
+        ++attachments;
+        if (attached != name + ("|" + text)) ++wrong;
+      }
+      tag();
+    }
+    void notifyStartNamespace(const char*, const char*) override {}
+    void notifyEndNamespace(const char*) override {}
+    void notifyCharacterData(const char* data, int length) override {
+      if (!parser->attached().empty()) ++wrong;
+      text.append(data, length);
+    }
+    void tag() {
+      if (tags++ == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      text.clear();
+    }
+    const XMLParser* parser = nullptr;
+    std::string text;
+    std::size_t tags = 0, attachments = 0, wrong = 0;
+  } checker;
+  std::string document = "<log xmlns:n=\"urn:n\">";
+  for (int i = 0; i < 20000; ++i)
+    document += "<n:v a=\"1\">text &amp; more <w/>tail " + std::to_string(i) + "</n:v>\n";
+  document += "</log>";
+
+  Reader reader(document, false);
+  XMLParser parser(&checker, GetParam());
+  parser.lookahead(&lookahead);
+  checker.parser = &parser;
+  parser.parseDocument(&reader);
+  EXPECT_EQ(checker.wrong, 0u);
+  EXPECT_TRUE(parser.attached().empty());
+  if (GetParam() == Threading::kCallingThread) {
+    EXPECT_EQ(lookahead.seen, 0u);
+    EXPECT_EQ(checker.attachments, 0u);
+  } else {
+    EXPECT_EQ(lookahead.seen, checker.tags);
+    EXPECT_GT(checker.attachments, 0u);
+  }
 }
 
 // A serializer writing into memory; text() detaches and returns what was written.

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "data/tree/set.h"
 #include "data/units/units_dictionary.h"
@@ -71,6 +72,9 @@ class Element {
   void remarks(Remarks* remarks) { remarks_ = remarks; }
   // The current sub-state (see tSubState).
   std::int32_t substate() const { return substate_; }
+  // What the lookahead attached to the end tag whose text the next set() gives, when that
+  // text is the text it read (see NumberLookahead); empty otherwise.
+  void ahead(std::string_view attachment) { ahead_ = attachment; }
 
   // The value of the first attribute named exactly `name`; null when there is none.
   static const char* find(const char* name, const char** attributes);
@@ -126,6 +130,7 @@ class Element {
 
   IDataStore* store_;
   Remarks* remarks_ = nullptr;
+  std::string_view ahead_;
   WideString message_;
   std::int32_t substate_;
   // The locale of the open "name" sub-element.

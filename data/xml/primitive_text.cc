@@ -6,6 +6,7 @@
 
 #include "data/tree/primitive.h"
 #include "data/values/value_types.h"
+#include "data/xml/number_lookahead.h"
 #include "kestrine/platform/core/string.h"
 
 namespace kestrine::platform::data::XML {
@@ -157,7 +158,7 @@ bool PrimitiveText::structs(const tValues& values, Values::FloatDigits digits,
 }
 
 void PrimitiveText::read(Design::Primitive& primitive, const char* text, bool append,
-                         const tWatch& watch) {
+                         const tWatch& watch, std::string_view ahead) {
   if (text == nullptr || primitive.uri() != nullptr) return;
   switch (Values::traits(primitive.valuetype()).text) {
     case tTextForm::kBase64: {
@@ -183,7 +184,7 @@ void PrimitiveText::read(Design::Primitive& primitive, const char* text, bool ap
       break;
     }
     case tTextForm::kNumbers:
-      if (readNumberBlock(primitive, text, watch)) break;
+      if (readNumberBlock(primitive, text, watch, ahead)) break;
       split(text);
       readNumbers(primitive, watch);
       break;
@@ -238,18 +239,24 @@ void PrimitiveText::split(const char* text) {
 }
 
 bool PrimitiveText::readNumberBlock(Design::Primitive& primitive, const char* text,
-                                    const tWatch& watch) {
+                                    const tWatch& watch, std::string_view ahead) {
   const metadata::tValue type = primitive.valuetype();
   const unsigned held = primitive.dimension();
-  values_.clear();
-  Values::tBlock block;
+  NumberLookahead::tScanned scanned;
+  if (!NumberLookahead::scanned(ahead, scanned) || scanned.type != type) {
+    values_.clear();
+    scanned.type = type;
+    scanned.read = Values::scanBlock(type, text, values_, scanned.block);
+    scanned.elements = {values_.data(), values_.size()};
+  }
+  const Values::tBlock& block = scanned.block;
   // Fewer numbers than held values keep the rest, which the tokens do.
-  if (!Values::scanBlock(type, text, values_, block) || block.numbers < held) return false;
+  if (!scanned.read || block.numbers < held) return false;
   // Limited as the tokens are: a split makes one more, empty, after trailing separators.
   const std::size_t tokens = block.numbers + (block.trailing ? 1 : 0);
   if (!fits(std::max<unsigned long long>(held, tokens) * Design::Primitive::stride(type), watch))
     return true;
-  primitive.set(values_.data(), 0, static_cast<unsigned>(block.numbers));
+  primitive.set(scanned.elements.data(), 0, static_cast<unsigned>(block.numbers));
   return true;
 }
 

@@ -66,8 +66,10 @@ class PrimitiveText {
   // Struct tokens make whole structs only, written from element 0. Nothing changes in URI
   // mode, nor for a struct whose schema does not resolve, nor when the values would take more
   // than the limit. Remarks: tokens that are no number or do not fit the type, struct tokens
-  // left over, values over the limit.
-  void read(Design::Primitive& primitive, const char* text, bool append, const tWatch& watch);
+  // left over, values over the limit. `ahead` is what a NumberLookahead attached for the
+  // text, if anything: a block read there for the primitive's type is taken as it is.
+  void read(Design::Primitive& primitive, const char* text, bool append, const tWatch& watch,
+            std::string_view ahead = {});
   // Writes the strings appended to `primitive` since the last call; the primitive's blocks
   // are complete.
   void finish(Design::Primitive& primitive);
@@ -80,7 +82,8 @@ class PrimitiveText {
   // The common block, whose every token reads whole and is kept as written, read at once
   // without splitting it, with the result the tokens give; false, having changed nothing,
   // when the tokens are to be read one by one.
-  bool readNumberBlock(Design::Primitive& primitive, const char* text, const tWatch& watch);
+  bool readNumberBlock(Design::Primitive& primitive, const char* text, const tWatch& watch,
+                       std::string_view ahead);
   void readNumbers(Design::Primitive& primitive, const tWatch& watch);
   void readStructs(Design::Primitive& primitive, const tWatch& watch);
   // False, with a remark, when `bytes` of values are over the limit.

@@ -9,6 +9,7 @@
 #include "data/tree/lock.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
+#include "data/xml/number_lookahead.h"
 #include "data/xml/primitive_text.h"
 #include "data/xml/xml_parsing_logic.h"
 #include "data/xml/xml_rendering_logic.h"
@@ -34,6 +35,8 @@ void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic,
               Threading threading = Threading::kCallingThread) {
   if (!reader->open()) return;
   core::xml::XMLParser parser(logic, threading);
+  XML::NumberLookahead lookahead;
+  parser.lookahead(&lookahead);
   logic->locate(&parser);
   parser.parseDocument(reader);
   logic->locate(nullptr);

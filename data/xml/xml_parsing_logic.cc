@@ -116,6 +116,16 @@ void XMLParsingLogic::lower(const char* name) {
 }
 
 void XMLParsingLogic::notifyStartElement(const char* name, const char** attributes) {
+  startTag(name, attributes);
+  textFromTag_ = text_.empty();
+}
+
+void XMLParsingLogic::notifyEndElement(const char* name) {
+  endTag(name);
+  textFromTag_ = text_.empty();
+}
+
+void XMLParsingLogic::startTag(const char* name, const char** attributes) {
   if (skipping_) {
     ++depth_;
     return;
@@ -190,7 +200,7 @@ void XMLParsingLogic::start(const char* name, Element* handler, Metadata::Item* 
   signal(name, L"could not...");
 }
 
-void XMLParsingLogic::notifyEndElement(const char* name) {
+void XMLParsingLogic::endTag(const char* name) {
   if (skipping_) {
     if (--depth_ == 0) skipping_ = false;
     return;
@@ -203,6 +213,10 @@ void XMLParsingLogic::notifyEndElement(const char* name) {
   // A text dropped for its size reaches the handler as none at all.
   const char* text = textDropped_ ? nullptr : text_.c_str();
   textDropped_ = false;
+  // The lookahead read the text since the last tag, which this text is when it began after
+  // that tag.
+  handler->ahead(text != nullptr && textFromTag_ && parser_ != nullptr ? parser_->attached()
+                                                                       : std::string_view());
   if (subElement_) {
     handler->set(item, text);
     subElement_ = false;

@@ -73,7 +73,7 @@ class XMLParsingLogic : public core::xml::XMLCallback, private Remarks {
   void notifyCharacterData(const char* data, int length) override;
 
   // The parser whose events this driver receives, for the position of each report in a
-  // thorough parse; may be null.
+  // thorough parse and for what a NumberLookahead attached to its end tags; may be null.
   void locate(const core::xml::XMLParser* parser) { parser_ = parser; }
 
   // Element names longer than this are cut to it before the look-up.
@@ -84,6 +84,9 @@ class XMLParsingLogic : public core::xml::XMLCallback, private Remarks {
                                            core::tCompareEqual<const char*>>;
   using tOpen = std::pair<Metadata::Item*, Element*>;
 
+  // The work of a start and an end tag.
+  void startTag(const char* name, const char** attributes);
+  void endTag(const char* name);
   // Lower-cases `name` into lowered_, cut to kNameLength bytes.
   void lower(const char* name);
   // Pushes the outermost element's item, or the target in its place.
@@ -104,6 +107,9 @@ class XMLParsingLogic : public core::xml::XMLCallback, private Remarks {
   bool skippedText_ = false;
   // The text grew past the limit and is being dropped until the element at hand ends.
   bool textDropped_ = false;
+  // The text holds only character data that came after the last tag, skipped ones too: text
+  // is kept across the tags of a skipped element.
+  bool textFromTag_ = true;
 
   IDataStore* store_;
   format::xml::IXMLFrontEnd::IErrorReporter* reporter_;

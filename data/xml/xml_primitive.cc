@@ -110,7 +110,7 @@ bool XMLPrimitive::set(Metadata::Item* item, const char* text) {
   if (append) substate_ = kNoSub;
   // The document's outermost element may stand for a target of another kind.
   if (Design::Primitive* primitive = item->asPrimitive())
-    text_.read(*primitive, text, append, PrimitiveText::tWatch{remarks_, limit_});
+    text_.read(*primitive, text, append, PrimitiveText::tWatch{remarks_, limit_}, ahead_);
   return false;
 }
 

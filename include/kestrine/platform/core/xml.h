@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "kestrine/platform/core/exception.h"
 #include "kestrine/platform/core/export.h"
@@ -25,6 +27,25 @@ class KPL_CORE_API XMLCallback {
   virtual void notifyEndNamespace(const char* prefix) = 0;
   // A run of character data; one text may arrive in several runs.
   virtual void notifyCharacterData(const char* data, int length) = 0;
+};
+
+// Work that a callback can have done ahead of it while XMLParser tokenizes on a second
+// thread: the lookahead sees there every start tag, character data and end tag that is
+// tokenized there, in document order and before the callback does, and may attach bytes to
+// an end tag, which the callback then finds in XMLParser::attached() while that end tag is
+// delivered. It is offered to attach only while the callback has events waiting, so that
+// its work fills time the tokenizing thread would spend waiting, never delays the callback. What is
+// tokenized on the calling thread it never sees (the whole document, or in automatic mode its first
+// chunk), so that a callback must always be able to do without. It runs beside the callback and
+// must share nothing with it. Its exceptions end the parse as the callback's do.
+class KPL_CORE_API XMLLookahead {
+ public:
+  virtual ~XMLLookahead();
+  virtual void startElement(const char* name) = 0;
+  virtual void characterData(const char* data, int length) = 0;
+  // `attachment` comes empty, or null when nothing is to be attached this time; what it
+  // holds on return goes with the end tag.
+  virtual void endElement(const char* name, std::string* attachment) = 0;
 };
 
 // Malformed XML: the tokenizer's message with the 1-based line and column of the fault.
@@ -81,6 +102,13 @@ class KPL_CORE_API XMLParser {
   // Meaningful only inside a callback.
   unsigned long line() const;
   unsigned long column() const;
+
+  // Has `lookahead` (not owned; null for none, the default) see the events of the parses
+  // that tokenize on a second thread, from the next parse on.
+  void lookahead(XMLLookahead* lookahead);
+  // What the lookahead attached to the end tag being delivered; empty for any other event,
+  // and outside a callback. Valid until the callback returns.
+  std::string_view attached() const;
 
  private:
   struct Impl;
