@@ -33,11 +33,12 @@ class KPL_CORE_API XMLCallback {
 // thread: the lookahead sees there every start tag, character data and end tag that is
 // tokenized there, in document order and before the callback does, and may attach bytes to
 // an end tag, which the callback then finds in XMLParser::attached() while that end tag is
-// delivered. It is offered to attach only while the callback has events waiting, so that
-// its work fills time the tokenizing thread would spend waiting, never delays the callback. What is
-// tokenized on the calling thread it never sees (the whole document, or in automatic mode its first
-// chunk), so that a callback must always be able to do without. It runs beside the callback and
-// must share nothing with it. Its exceptions end the parse as the callback's do.
+// delivered. It is offered to attach only while the callback has events waiting, so that its
+// work fills time the tokenizing thread would spend waiting and never delays the callback.
+// What is tokenized on the calling thread it never sees (the whole document, or in automatic
+// mode its first chunk), so that a callback must always be able to do without. It runs
+// beside the callback and must share nothing with it. Its exceptions end the parse as the
+// callback's do.
 class KPL_CORE_API XMLLookahead {
  public:
   virtual ~XMLLookahead();
