@@ -153,6 +153,8 @@ TEST(NumberLookahead, TheImportTakesOnlyBlocksOfItsOwnTextAndType) {
     parser.parseDocument(&reader);
   }
 
+  // Held, so that the lookups share the store's indexes instead of building them each time.
+  Metadata::Lock lock(&store);
   int forged = 0;
   for (int i = 0; i < kElements; ++i) {
     const std::wstring n = std::to_wstring(i);
