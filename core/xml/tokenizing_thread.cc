@@ -23,8 +23,9 @@ struct Cancelled {};
 // after the lookahead has seen it.
 class TokenizingThread::Recorder : public XMLCallback {
  public:
-  Recorder(HandOff<EventBatch>& out, const ExpatTokenizer& tokenizer, XMLLookahead* lookahead)
-      : out_(out), tokenizer_(tokenizer), lookahead_(lookahead) {}
+  // `positions` is the tokenizer to ask where each event begins, or null for no positions.
+  Recorder(HandOff<EventBatch>& out, const ExpatTokenizer* positions, XMLLookahead* lookahead)
+      : out_(out), positions_(positions), lookahead_(lookahead) {}
 
   void notifyStartElement(const char* name, const char** attributes) override {
     if (lookahead_ != nullptr) lookahead_->startElement(name);
@@ -66,13 +67,16 @@ class TokenizingThread::Recorder : public XMLCallback {
   }
 
  private:
-  Position here() const { return {tokenizer_.line(), tokenizer_.column()}; }
+  // Expat works a position out by scanning every byte since the last one asked for.
+  Position here() const {
+    return positions_ != nullptr ? Position{positions_->line(), positions_->column()} : Position{};
+  }
   void sendWhenFull() {
     if (batch_.bytes() >= kBatchBytes) flush();
   }
 
   HandOff<EventBatch>& out_;
-  const ExpatTokenizer& tokenizer_;
+  const ExpatTokenizer* const positions_;
   XMLLookahead* const lookahead_;
   // Whether the calling thread had events enough waiting at the last batch sent: then the
   // lookahead's work is done while that thread is busy anyway, and saves it its own.
@@ -82,11 +86,11 @@ class TokenizingThread::Recorder : public XMLCallback {
 };
 
 TokenizingThread::TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending,
-                                   XMLLookahead* lookahead)
+                                   XMLLookahead* lookahead, bool positions)
     : tokenizer_(tokenizer),
       input_(kChunksAhead),
       events_(kBatchesAhead),
-      recorder_(new Recorder(events_, tokenizer, lookahead)),
+      recorder_(new Recorder(events_, positions ? &tokenizer : nullptr, lookahead)),
       thread_([this, pending] { tokenize(pending); }) {}
 
 TokenizingThread::~TokenizingThread() {

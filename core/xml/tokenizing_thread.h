@@ -21,9 +21,10 @@ class TokenizingThread {
  public:
   // Starts the thread, which first tokenizes the `pending` bytes that the caller put into
   // the tokenizer's buffer, and shows the events to `lookahead` (none when null) as it
-  // records them. Throws std::system_error when no thread can be started; the tokenizer is
-  // then as it was.
-  TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending, XMLLookahead* lookahead);
+  // records them, each with its position only when `positions`. Throws std::system_error
+  // when no thread can be started; the tokenizer is then as it was.
+  TokenizingThread(ExpatTokenizer& tokenizer, std::size_t pending, XMLLookahead* lookahead,
+                   bool positions);
   // Stops the thread, wherever it is, and waits for it.
   ~TokenizingThread();
   TokenizingThread(const TokenizingThread&) = delete;

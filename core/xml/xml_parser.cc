@@ -29,6 +29,7 @@ struct XMLParser::Impl {
   XMLCallback* callback;
   Threading threading;
   XMLLookahead* lookahead = nullptr;
+  bool positions = true;
   // The parse under way, for line() and column(): its tokenizer while that calls back on
   // this thread, and the replayed event once a tokenizing thread has taken over.
   const ExpatTokenizer* tokenizer = nullptr;
@@ -84,7 +85,7 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
     if (count != 0 && impl.secondThreadFor(chunk, whole)) {
       std::optional<TokenizingThread> thread;
       try {
-        thread.emplace(tokenizer, count, impl.lookahead);
+        thread.emplace(tokenizer, count, impl.lookahead, impl.positions);
       } catch (const std::system_error&) {
         // No thread to be had: the tokenizer carries on here.
       }
@@ -100,13 +101,19 @@ void XMLParser::parseDocument(io::IDataReader* reader) {
 }
 
 unsigned long XMLParser::line() const {
+  if (!impl_->positions) return 0;
   if (impl_->replaying) return impl_->replayed.at.line;
   return impl_->tokenizer != nullptr ? impl_->tokenizer->line() : 0;
 }
 
 unsigned long XMLParser::column() const {
+  if (!impl_->positions) return 0;
   if (impl_->replaying) return impl_->replayed.at.column;
   return impl_->tokenizer != nullptr ? impl_->tokenizer->column() : 0;
+}
+
+void XMLParser::positions(bool wanted) {
+  impl_->positions = wanted;
 }
 
 void XMLParser::lookahead(XMLLookahead* lookahead) {

@@ -179,6 +179,43 @@ TEST_P(XMLParserTest, MalformedDocumentsThrowWithLineAndColumn) {
   EXPECT_EQ(events.back(), "text \n");
 }
 
+// Catches: positions given though not wanted, in either mode, a malformed document's
+// position lost with them, and the choice not holding for the parser's next parse.
+TEST_P(XMLParserTest, UnwantedPositionsSayZeroButFaultsKeepTheirs) {
+  const std::string document = largeDocument();
+  Recorder recorder;
+  XMLParser parser(&recorder, GetParam());
+  recorder.parser = &parser;
+  parser.positions(false);
+  for (int parse = 0; parse < 2; ++parse) {
+    recorder.events.clear();
+    Reader reader(document, false);
+    parser.parseDocument(&reader);
+    ASSERT_EQ(recorder.events.size(), 20000u * 6 + 4);
+    EXPECT_EQ(recorder.events[20000 * 6 - 4],
+              "start k:entry id=19999 note=caf\xC3\xA9 & \xF0\x9F\x98\x80 @0:0");
+    EXPECT_EQ(std::count_if(recorder.events.begin(), recorder.events.end(),
+                            [](const std::string& event) {
+                              return event.rfind("start ", 0) == 0 &&
+                                     event.substr(event.size() - 5) != " @0:0";
+                            }),
+              0);
+  }
+  Reader malformed("<a>\n  <b></c>\n</a>", false);
+  try {
+    parser.parseDocument(&malformed);
+    ADD_FAILURE() << "no XMLException";
+  } catch (const XMLException& error) {
+    EXPECT_EQ(std::to_string(error.line()) + ":" + std::to_string(error.column()), "2:8");
+  }
+  parser.positions(true);
+  recorder.events.clear();
+  Reader again(document, false);
+  parser.parseDocument(&again);
+  EXPECT_EQ(recorder.events[20000 * 6 - 4],
+            "start k:entry id=19999 note=caf\xC3\xA9 & \xF0\x9F\x98\x80 @20001:1");
+}
+
 struct CallbackFault : std::runtime_error {
   using std::runtime_error::runtime_error;
 };

@@ -66,6 +66,11 @@ void XMLParsingLogic::add(Element* handler) {
   if (registry_.insert(tRegistry::value_type(handler->name(), handler)).second) owned.release();
 }
 
+void XMLParsingLogic::locate(core::xml::XMLParser* parser) {
+  parser_ = parser;
+  if (parser != nullptr) parser->positions(options_.thorough);
+}
+
 void XMLParsingLogic::signal(const char* name, const wchar_t* text) {
   skipping_ = true;
   depth_ = 1;

@@ -74,7 +74,8 @@ class XMLParsingLogic : public core::xml::XMLCallback, private Remarks {
 
   // The parser whose events this driver receives, for the position of each report in a
   // thorough parse and for what a NumberLookahead attached to its end tags; may be null.
-  void locate(const core::xml::XMLParser* parser) { parser_ = parser; }
+  // Only a thorough parse has the parser work positions out.
+  void locate(core::xml::XMLParser* parser);
 
   // Element names longer than this are cut to it before the look-up.
   static const unsigned kNameLength = 256;

@@ -104,6 +104,12 @@ class KPL_CORE_API XMLParser {
   unsigned long line() const;
   unsigned long column() const;
 
+  // Whether line() and column() are wanted in callbacks: yes unless told otherwise, between
+  // parses. Without them a parse that tokenizes on a second thread saves working out where
+  // every event begins, and line() and column() say 0 in either mode. Malformed XML is
+  // reported with its position all the same.
+  void positions(bool wanted);
+
   // Has `lookahead` (not owned; null for none, the default) see the events of the parses
   // that tokenize on a second thread, from the next parse on.
   void lookahead(XMLLookahead* lookahead);
