@@ -103,19 +103,21 @@ const std::vector<std::wstring_view>& PrimitiveText::writeStrings(const tValues&
   return strings_;
 }
 
+bool PrimitiveText::numberBlock(const tValues& values) {
+  const unsigned width = Values::traits(values.type).elementSize;
+  return Values::traits(values.type).text == tTextForm::kNumbers && width != 0 &&
+         values.bytes.size() >= width;
+}
+
 bool PrimitiveText::writeNumbers(const tValues& values, Values::FloatDigits digits,
                                  std::string_view& text) {
-  const unsigned width = Values::traits(values.type).elementSize;
-  if (width == 0 || values.bytes.size() < width) return false;
-  switch (Values::traits(values.type).text) {
-    case tTextForm::kNumbers:
-      text = numbers(values, digits);
-      return true;
-    case tTextForm::kStruct:
-      return structs(values, digits, text);
-    default:
-      return false;
+  if (numberBlock(values)) {
+    text = numbers(values, digits);
+    return true;
   }
+  const unsigned width = Values::traits(values.type).elementSize;
+  return Values::traits(values.type).text == tTextForm::kStruct && width != 0 &&
+         values.bytes.size() >= width && structs(values, digits, text);
 }
 
 std::string_view PrimitiveText::numbers(const tValues& values, Values::FloatDigits digits) {

@@ -44,6 +44,9 @@ class PrimitiveText {
   // ASCII in `text` (true), or false when write() gives no block; false for the other types.
   // Saves writers of UTF-8 the detour through wide text. The text stays until the next call.
   bool writeNumbers(const tValues& values, Values::FloatDigits digits, std::string_view& text);
+  // Whether the values are a block of numbers of a numeric type (not a struct), which
+  // writeNumbers() writes as Values::printNumbers prints them.
+  static bool numberBlock(const tValues& values);
   // For binary values, their base64 block in `text` (true); false for other types and when
   // there are no values. The text stays until the next call.
   bool writeBase64(const tValues& values, std::string_view& text);

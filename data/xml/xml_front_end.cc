@@ -9,13 +9,13 @@
 #include "data/tree/lock.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
+#include "data/xml/markup_stream.h"
 #include "data/xml/number_lookahead.h"
 #include "data/xml/primitive_text.h"
 #include "data/xml/xml_parsing_logic.h"
 #include "data/xml/xml_rendering_logic.h"
 #include "data/xml/xml_root.h"
 #include "kestrine/platform/core/string.h"
-#include "kestrine/platform/core/uuid.h"
 #include "kestrine/platform/core/xml.h"
 
 namespace kestrine::platform::data::format::xml {
@@ -46,13 +46,18 @@ void tokenize(core::io::IDataReader* reader, XML::XMLParsingLogic* logic,
 // Writes the subtree at `offset` as a document, under the caller's lock of the store.
 void render(IDataStore* store, core::io::IDataWriter* writer, metadata::ISchemaLocator* locator,
             unsigned offset, const tExportOptions& options) {
-  core::KPLUUID id;
-  core::xml::XMLSerializer serializer(id);
   // The answer of open is not consulted: a writer that did not open fails on its own.
   writer->open();
-  serializer.attach(writer);
-  XML::XMLRenderingLogic rendering(store, &serializer, locator, offset, options);
-  serializer.detach();
+  XML::MarkupStream markup(writer, options.secondThread);
+  try {
+    XML::XMLRenderingLogic rendering(store, &markup, locator, offset, options);
+  } catch (...) {
+    // What came before the fault is written, as without a second thread. A failure of the
+    // writer lies earlier in the output, and passes through instead.
+    markup.abandon();
+    throw;
+  }
+  markup.finish();
   writer->close();
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/storage/datastore_test_support.h"
+#include "data/record/offsets.h"
 #include "data/tree/primitive.h"
 #include "data/tree/root.h"
 #include "data/xml/xml_test_support.h"
@@ -224,9 +225,9 @@ TEST_F(XMLFrontEndTest, ImportsOnASecondThreadOnlyWhenAskedAndAlike) {
     format::xml::tImportOptions options;
     options.thorough = true;
     options.secondThread = aside == 1;
-    EXPECT_EQ(IXMLFrontEnd::import(&store, &reader, locator_.get(), &reports[aside], options)
-                  .reports,
-              2u);
+    EXPECT_EQ(
+        IXMLFrontEnd::import(&store, &reader, locator_.get(), &reports[aside], options).reports,
+        2u);
     trees[aside] = render(store, locator_.get());
   }
   EXPECT_EQ(trees[1], trees[0]);
@@ -240,6 +241,80 @@ TEST_F(XMLFrontEndTest, ImportsOnASecondThreadOnlyWhenAskedAndAlike) {
     EXPECT_GT(reports[1].threads[0], reports[0].threads[0]);
   else
     EXPECT_EQ(reports[1].threads[0], reports[0].threads[0]);
+}
+
+// Catches: an export on a second thread that writes other bytes than one on this thread, or
+// fails otherwise, when it ends well, when the writer fails part way, and when a damaged record
+// stops it late in the document (the writer's failure, earlier in the output, wins over one met
+// later); a writer called on a second thread unasked, or never when asked (run under
+// ThreadSanitizer).
+TEST_F(XMLFrontEndTest, ExportsOnASecondThreadOnlyWhenAskedAndAlike) {
+  MemoryDataStore store;
+  ASSERT_TRUE(parse(store, SampleDocument::document(1500), locator_.get()).empty());
+  const std::string whole = render(store, locator_.get());
+  ASSERT_GT(whole.size(), 2u << 20);
+
+  // Fails once more than `room` bytes would have come.
+  struct Writer : core::io::MemoryWriter {
+    explicit Writer(std::size_t room) : room(room) {}
+    void write(const void* data, unsigned size) override {
+      if (std::this_thread::get_id() != caller) aside = true;
+      if (bytes().size() + size > room) throw core::Exception("disk full");
+      MemoryWriter::write(data, size);
+      last = size;
+    }
+    std::size_t room;
+    std::thread::id caller = std::this_thread::get_id();
+    bool aside = false;
+    unsigned last = 0;
+  };
+  struct Outcome {
+    std::string bytes, error;
+    bool aside;
+    unsigned last;  // the size of the last write
+  };
+  const auto exportWith = [&](bool secondThread, std::size_t room) {
+    Writer writer(room);
+    format::xml::tExportOptions options;
+    options.secondThread = secondThread;
+    Outcome outcome;
+    try {
+      IXMLFrontEnd::serialize(&store, &writer, locator_.get(), L"", options);
+    } catch (const core::Exception& error) {
+      outcome.error = error.what();
+    }
+    outcome.bytes = writer.bytes();
+    outcome.aside = writer.aside;
+    outcome.last = writer.last;
+    return outcome;
+  };
+  const auto expectAlike = [&](std::size_t room, const std::string& error) {
+    const Outcome here = exportWith(false, room), aside = exportWith(true, room);
+    EXPECT_FALSE(here.aside);
+    EXPECT_TRUE(aside.aside);
+    EXPECT_EQ(here.error.find(error), 0u) << here.error;
+    EXPECT_EQ(aside.error, here.error);
+    EXPECT_TRUE(aside.bytes == here.bytes) << aside.bytes.size() << " " << here.bytes.size();
+    return here;
+  };
+  EXPECT_EQ(expectAlike(SIZE_MAX, "").bytes.size(), whole.size());
+  EXPECT_LT(expectAlike(whole.size() / 2, "disk full").bytes.size(), whole.size() / 2);
+  // Only the last write, as the document ends, fails.
+  expectAlike(whole.size() - 1, "disk full");
+
+  // The root's last child cut short: a damaged record, met once nearly all is written.
+  const Record::Offsets children(&store, Metadata::Root(&store, 0).children());
+  const unsigned last = children.get(children.items() - 1);
+  const std::string bytes = core::storage::datastore::readAll(store, last);
+  store.write(last, bytes.data(), static_cast<unsigned>(bytes.size()) - 2, true);
+  const Outcome damaged = expectAlike(SIZE_MAX, "damaged record at offset");
+  EXPECT_GT(damaged.bytes.size(), whole.size() * 9 / 10);
+  // The writer fails at the serializer's last full buffer before the damaged record, which
+  // the second thread writes after this one met that record, most likely: the failure earlier
+  // in the output is the one reported.
+  expectAlike(damaged.bytes.size() - damaged.last - 1, "disk full");
+  // The rest goes as the serializer is destroyed, which cannot report a failure.
+  expectAlike(damaged.bytes.size() - 1, "damaged record at offset");
 }
 
 }  // namespace

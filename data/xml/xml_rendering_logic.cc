@@ -21,18 +21,18 @@ const char* const kContainerTags[] = {"node", "group", "link"};
 
 }  // namespace
 
-XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, core::xml::XMLSerializer* writer,
+XMLRenderingLogic::XMLRenderingLogic(IDataStore* store, MarkupStream* writer,
                                      metadata::ISchemaLocator* locator, unsigned offset,
                                      const format::xml::tExportOptions& options)
     : store_(store), writer_(writer), exact_(options.exact), reader_(store), text_(locator) {
-  writer_->emitXMLHeader();
+  writer_->header();
   const bool wrap = options.inRoot && offset != 0 && Record::peek(store_, 0) == Record::kRoot;
   if (wrap) {
     reader_.read(0);
     root();
   }
   translate(offset);
-  if (wrap) writer_->endElement(false);
+  if (wrap) writer_->endElement();
 }
 
 XMLRenderingLogic::~XMLRenderingLogic() = default;
@@ -47,7 +47,7 @@ void XMLRenderingLogic::translate(unsigned offset) {
     unsigned child;
     if (!open[depth - 1].next(child)) {
       --depth;
-      writer_->endElement(false);
+      writer_->endElement();
       continue;
     }
     if (open.size() == depth) open.emplace_back();
@@ -81,7 +81,7 @@ bool XMLRenderingLogic::start(unsigned offset, std::size_t depth, Metadata::Set:
   switch (kind) {
     case Record::kPrimitive:
       primitive();
-      writer_->endElement(false);
+      writer_->endElement();
       return false;
     case Record::kRoot:
       root();
@@ -153,6 +153,13 @@ void XMLRenderingLogic::primitive() {
   const PrimitiveText::tValues values{type, reader_.values(), base};
   const Values::FloatDigits digits =
       exact_ ? Values::FloatDigits::kShortest : Values::FloatDigits::kSeven;
+  if (PrimitiveText::numberBlock(values)) {
+    // Printed by the stream, on its second thread when it has one.
+    if (named) writer_->startElement("val");
+    writer_->numbers(values, digits);
+    if (named) writer_->endElement();
+    return;
+  }
   std::string_view text;
   if (text_.writeNumbers(values, digits, text) || text_.writeBase64(values, text)) {
     block(named, text);

@@ -7,9 +7,9 @@
 
 #include "data/tree/item_reader.h"
 #include "data/tree/offset_set.h"
+#include "data/xml/markup_stream.h"
 #include "data/xml/primitive_text.h"
 #include "kestrine/platform/core/datastore.h"
-#include "kestrine/platform/core/xml.h"
 #include "kestrine/platform/data/format/xml.h"
 #include "kestrine/platform/data/metadata/schema.h"
 
@@ -37,7 +37,7 @@ class XMLRenderingLogic {
  public:
   // Writes the XML header and the record at `offset` with its subtree, as `options` say.
   // Store and writer failures pass through.
-  XMLRenderingLogic(core::storage::datastore::IDataStore* store, core::xml::XMLSerializer* writer,
+  XMLRenderingLogic(core::storage::datastore::IDataStore* store, MarkupStream* writer,
                     metadata::ISchemaLocator* locator, unsigned offset,
                     const format::xml::tExportOptions& options = format::xml::tExportOptions());
   ~XMLRenderingLogic();
@@ -75,7 +75,7 @@ class XMLRenderingLogic {
   void block(bool wrap, const Text& text);
 
   core::storage::datastore::IDataStore* store_;
-  core::xml::XMLSerializer* writer_;
+  MarkupStream* writer_;
   const bool exact_;
   Metadata::ItemReader reader_;
   PrimitiveText text_;

@@ -58,6 +58,8 @@ void serialize(const Options& options, Session& session, const std::string& path
   data::format::xml::tExportOptions exporting;
   exporting.inRoot = true;
   exporting.exact = (options.given & kExactOption) != 0;
+  // As for the import: the tool's process has nothing else to do meanwhile.
+  exporting.secondThread = true;
   IXMLFrontEnd::serialize(session.store(), &out, session.locator(), wide(path), exporting);
 }
 

@@ -46,6 +46,12 @@ struct tExportOptions {
   // bit (rather than 7 significant digits), and optional="true" on optional containers and
   // tables. Infinities and NaN are written as ever, and read back as no number.
   bool exact = false;
+  // Writes a document of more than 64 KiB with a second thread, if one can be had: the
+  // calling thread reads the store while that one prints numbers, escapes text and calls the
+  // writer, which is then called on that thread only, one call at a time, until serialize()
+  // returns. The output and the exceptions are the same. Off by default, so that the library
+  // starts no thread unasked.
+  bool secondThread = false;
 };
 
 // Reads XML documents into datastores and writes datastore subtrees as XML.
