@@ -48,15 +48,17 @@ std::basic_string_view<Char> takeText(const char*& cursor, std::size_t alignment
 }  // namespace
 
 MarkupStream::MarkupStream(core::io::IDataWriter* writer, bool secondThread)
-    : writer_(writer), serializer_(core::KPLUUID()), recording_(secondThread) {
+    : writer_(writer),
+      serializer_(core::KPLUUID()),
+      recording_(secondThread),
+      full_(kBatchesAhead) {
   serializer_.attach(writer);
-  full_.set_capacity(kBatchesAhead);
 }
 
 MarkupStream::~MarkupStream() {
   if (!thread_.joinable()) return;
   stop_.store(true, std::memory_order_relaxed);
-  full_.push(Batch());
+  full_.cancel();
   thread_.join();
 }
 
@@ -164,9 +166,8 @@ void MarkupStream::handOverWhenFull() {
 
 void MarkupStream::handOver() {
   rethrowFailure();
-  Batch next;
-  spare_.try_pop(next);
-  full_.push(std::exchange(batch_, std::move(next)));
+  // The thread takes batches until the last one, so the queue is never cancelled here.
+  full_.send(std::exchange(batch_, full_.reuse()));
   batch_.size = 0;
 }
 
@@ -190,7 +191,7 @@ void MarkupStream::abandon() {
 void MarkupStream::end(bool done) {
   if (batch_.size != 0) handOver();
   done_ = done;
-  full_.push(Batch());
+  full_.send(Batch());
   thread_.join();
   rethrowFailure();
 }
@@ -204,8 +205,7 @@ void MarkupStream::write() {
     failure_ = std::current_exception();
     failed_.store(true, std::memory_order_release);
   };
-  for (Batch batch;;) {
-    full_.pop(batch);
+  for (Batch batch; full_.receive(batch);) {
     if (batch.size == 0) break;
     if (!failed_.load(std::memory_order_relaxed) && !stop_.load(std::memory_order_relaxed)) {
       try {
@@ -215,7 +215,7 @@ void MarkupStream::write() {
       }
     }
     batch.size = 0;
-    spare_.push(std::move(batch));
+    full_.recycle(std::move(batch));
   }
   // The last batch came after `done_` was set.
   if (!done_ || failed_.load(std::memory_order_relaxed) || stop_.load(std::memory_order_relaxed))

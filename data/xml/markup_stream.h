@@ -9,8 +9,7 @@
 #include <string_view>
 #include <thread>
 
-#include <tbb/concurrent_queue.h>
-
+#include "core/xml/hand_off.h"
 #include "data/values/number_text.h"
 #include "data/xml/primitive_text.h"
 #include "kestrine/platform/core/xml.h"
@@ -103,11 +102,12 @@ class MarkupStream {
   alignas(kCacheLine) PrimitiveText text_{nullptr};
 
   std::thread thread_;
-  // Batches on their way to the thread; one without calls ends it. Spent ones come back.
-  tbb::concurrent_bounded_queue<Batch> full_;
-  tbb::concurrent_queue<Batch> spare_;
+  // Batches on their way to the thread, as the parser hands events over; one without calls
+  // ends it. Spent ones come back.
+  core::xml::HandOff<Batch> full_;
   // Set by the thread once the serializer failed, with `failure_` written before it; from
-  // then on the thread takes batches without writing them. `stop_` tells it the same.
+  // then on the thread takes batches without writing them. `stop_` tells it to write nothing
+  // more.
   std::atomic<bool> failed_{false};
   std::atomic<bool> stop_{false};
   // Told to the thread along with the last batch: whether to let the writer go.
