@@ -57,7 +57,7 @@ MarkupStream::MarkupStream(core::io::IDataWriter* writer, bool secondThread)
 
 MarkupStream::~MarkupStream() {
   if (!thread_.joinable()) return;
-  stop_.store(true, std::memory_order_relaxed);
+  // Its receive fails from now on, and `done_` was never set: it ends without a flush.
   full_.cancel();
   thread_.join();
 }
@@ -207,7 +207,7 @@ void MarkupStream::write() {
   };
   for (Batch batch; full_.receive(batch);) {
     if (batch.size == 0) break;
-    if (!failed_.load(std::memory_order_relaxed) && !stop_.load(std::memory_order_relaxed)) {
+    if (!failed_.load(std::memory_order_relaxed)) {
       try {
         replay(batch, serializer);
       } catch (...) {
@@ -218,8 +218,7 @@ void MarkupStream::write() {
     full_.recycle(std::move(batch));
   }
   // The last batch came after `done_` was set.
-  if (!done_ || failed_.load(std::memory_order_relaxed) || stop_.load(std::memory_order_relaxed))
-    return;
+  if (!done_ || failed_.load(std::memory_order_relaxed)) return;
   try {
     serializer.detach();
   } catch (...) {

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <exception>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <thread>
 
@@ -31,7 +30,7 @@ class MarkupStream {
  public:
   // `writer` (not owned) is open.
   MarkupStream(core::io::IDataWriter* writer, bool secondThread);
-  // A thread still running is told to write nothing more, and waited for. What the
+  // A thread still running takes no further batch, and is waited for. What the
   // serializer holds goes to the writer, whose failure is lost then.
   ~MarkupStream();
   MarkupStream(const MarkupStream&) = delete;
@@ -106,10 +105,8 @@ class MarkupStream {
   // ends it. Spent ones come back.
   core::xml::HandOff<Batch> full_;
   // Set by the thread once the serializer failed, with `failure_` written before it; from
-  // then on the thread takes batches without writing them. `stop_` tells it to write nothing
-  // more.
+  // then on the thread takes batches without writing them.
   std::atomic<bool> failed_{false};
-  std::atomic<bool> stop_{false};
   // Told to the thread along with the last batch: whether to let the writer go.
   bool done_ = false;
   std::exception_ptr failure_;
