@@ -17,9 +17,6 @@ namespace {
 
 // Chunks made before huge pages are asked for: a store that fits in them keeps plain pages.
 constexpr std::size_t kPlainChunks = 1;
-// Records above this get blocks of their own, so a chunk leaves at most this much unused at
-// its end, and a large record grows by the system's realloc.
-constexpr std::size_t kLargest = std::size_t{64} << 10;
 // Holes below this are never worth a pack.
 constexpr std::size_t kTolerated = std::size_t{8} << 20;
 
@@ -44,13 +41,27 @@ unsigned char* newChunk(bool hugePages) {
 
 }  // namespace
 
+unsigned char RecordArena::freedMark;
+
+void RecordArena::Slots::push() {
+  const std::uint64_t shifted = size_ + (std::uint64_t{1} << kFirstBits);
+  const unsigned top = 63 - __builtin_clzll(shifted);
+  std::unique_ptr<Record, Free>& segment = segments_[top - kFirstBits];
+  if (!segment) {
+    segment.reset(static_cast<Record*>(std::malloc(sizeof(Record) << top)));
+    if (!segment) throw std::bad_alloc();
+  }
+  new (segment.get() + (shifted - (std::uint64_t{1} << top))) Record();
+  ++size_;
+}
+
 RecordArena::~RecordArena() {
-  for (Record& record : records_)
-    if (record.own) std::free(record.data);
+  for (std::size_t offset = 0; offset < records_.size(); ++offset)
+    if (records_[offset].own()) std::free(records_[offset].data);
 }
 
 bool RecordArena::find(unsigned offset, Bytes& bytes) const {
-  if (offset >= records_.size() || !records_[offset].live) return false;
+  if (offset >= records_.size() || !records_[offset].live()) return false;
   bytes = {records_[offset].data, records_[offset].size};
   return true;
 }
@@ -61,16 +72,15 @@ std::size_t RecordArena::chunkBytes() const {
 
 unsigned RecordArena::create(const void* data, unsigned size) {
   Record record;
-  record.live = true;
   bool reused = !freeOffsets_.empty();
   if (!reused) {
     if (records_.size() >= IDataStore::BADOFF) throw Exception("memory datastore: no offsets left");
-    records_.emplace_back();
+    records_.push();
   }
   try {
     reserve(record, size, 0);
   } catch (...) {
-    if (!reused) records_.pop_back();
+    if (!reused) records_.pop();
     throw;
   }
   record.size = size;
@@ -90,7 +100,7 @@ unsigned RecordArena::create(const void* data, unsigned size) {
 }
 
 unsigned char* RecordArena::resize(unsigned offset, unsigned size, unsigned keep) {
-  if (offset >= records_.size() || !records_[offset].live) return nullptr;
+  if (offset >= records_.size() || !records_[offset].live()) return nullptr;
   Record& record = records_[offset];
   reserve(record, size, std::min(keep, record.size));
   record.size = size;
@@ -99,28 +109,27 @@ unsigned char* RecordArena::resize(unsigned offset, unsigned size, unsigned keep
 }
 
 bool RecordArena::free(unsigned offset) {
-  if (offset >= records_.size() || !records_[offset].live) return false;
+  if (offset >= records_.size() || !records_[offset].live()) return false;
   freeOffsets_.push_back(offset);
   drop(records_[offset]);
-  records_[offset] = Record();
+  records_[offset].data = &freedMark;
   packIfWorthIt();
   return true;
 }
 
 void RecordArena::reserve(Record& record, unsigned capacity, unsigned keep) {
   if (capacity <= record.capacity) return;
-  if (record.own || capacity > kLargest) {
-    std::size_t size = record.own ? grown(record.capacity, capacity) : capacity;
+  if (record.own() || capacity > kLargest) {
+    std::size_t size = record.own() ? grown(record.capacity, capacity) : capacity;
     size = std::min<std::size_t>(size, std::numeric_limits<unsigned>::max());
-    void* block = record.own ? std::realloc(record.data, size) : std::malloc(size);
+    void* block = record.own() ? std::realloc(record.data, size) : std::malloc(size);
     if (block == nullptr) throw std::bad_alloc();
-    if (!record.own) {
+    if (!record.own()) {
       if (keep != 0) std::memcpy(block, record.data, keep);
       drop(record);
     }
     record.data = static_cast<unsigned char*>(block);
     record.capacity = static_cast<unsigned>(size);
-    record.own = true;
     return;
   }
   std::size_t wanted = roundUp(capacity);
@@ -156,12 +165,12 @@ unsigned char* RecordArena::room(std::size_t capacity) {
 }
 
 bool RecordArena::newest(const Record& record) const {
-  return record.capacity != 0 && !record.own && record.data + record.capacity == next_ &&
+  return record.capacity != 0 && !record.own() && record.data + record.capacity == next_ &&
          record.data >= end_ - kChunkBytes;
 }
 
 void RecordArena::drop(Record& record) {
-  if (record.own) {
+  if (record.own()) {
     std::free(record.data);
   } else if (newest(record)) {
     next_ -= record.capacity;
@@ -172,7 +181,6 @@ void RecordArena::drop(Record& record) {
   }
   record.data = nullptr;
   record.capacity = 0;
-  record.own = false;
 }
 
 void RecordArena::packIfWorthIt() {
@@ -186,8 +194,8 @@ void RecordArena::packIfWorthIt() {
     for (Block& chunk : old)
       if (chunk) chunks_.push_back(std::move(chunk));
     held_ = 0;
-    for (const Record& record : records_)
-      if (!record.own) held_ += record.capacity;
+    for (std::size_t offset = 0; offset < records_.size(); ++offset)
+      if (!records_[offset].own()) held_ += records_[offset].capacity;
     wasted_ = chunks_.size() * kChunkBytes - held_ - (end_ - next_);
   }
 }
@@ -212,7 +220,7 @@ void RecordArena::pack(std::vector<Block>& old) {
   std::vector<Placed> placed;
   for (unsigned offset = 0; offset < records_.size(); ++offset) {
     const Record& record = records_[offset];
-    if (record.own || record.capacity == 0) continue;
+    if (record.own() || record.capacity == 0) continue;
     const unsigned char* data = record.data;
     auto base = std::upper_bound(bases.begin(), bases.end(),
                                  std::make_pair(data, std::numeric_limits<std::size_t>::max()));

@@ -2,6 +2,7 @@
 #define KPL_CORE_STORAGE_RECORD_ARENA_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -56,17 +57,55 @@ class RecordArena {
   std::size_t chunkBytes() const;
 
  private:
+  // Records above this get blocks of their own, so a chunk leaves at most this much unused at
+  // its end, and a large record grows by the system's realloc.
+  static constexpr std::size_t kLargest = std::size_t{64} << 10;
+
+  struct Free {
+    void operator()(void* block) const { std::free(block); }
+  };
+  using Block = std::unique_ptr<unsigned char, Free>;
+
+  // 16 bytes, for a store holds millions of them. A record lies in a block of its own exactly
+  // when its room exceeds what a chunk takes; a freed offset points at `freedMark`, so that
+  // neither needs a flag.
   struct Record {
     unsigned char* data = nullptr;
     unsigned size = 0;
     unsigned capacity = 0;
-    bool live = false;
-    bool own = false;  // a block of its own rather than room in a chunk
+    bool live() const { return data != &freedMark; }
+    bool own() const { return capacity > kLargest; }
   };
-  struct FreeChunk {
-    void operator()(unsigned char* chunk) const { std::free(chunk); }
+  static unsigned char freedMark;
+
+  // The records by offset, in segments that double in size, so that the table grows without
+  // copying what it holds: a vector that doubles holds its old and its new array at once, 72
+  // bytes a record at the moment it grows, and leaves the old array behind in the heap.
+  // Segments are taken uninitialised, so the part of the last one not yet used costs no
+  // resident memory.
+  class Slots {
+   public:
+    std::size_t size() const { return size_; }
+    Record& operator[](std::size_t offset) { return *at(offset); }
+    const Record& operator[](std::size_t offset) const { return *at(offset); }
+    // Appends a live, empty record; throws std::bad_alloc, changing nothing.
+    void push();
+    void pop() { --size_; }
+
+   private:
+    static constexpr unsigned kFirstBits = 10;  // 1024 records in the first segment
+    // Enough segments for every offset an unsigned can hold.
+    static constexpr unsigned kSegments = 33 - kFirstBits;
+
+    Record* at(std::size_t offset) const {
+      const std::uint64_t shifted = offset + (std::uint64_t{1} << kFirstBits);
+      const unsigned top = 63 - __builtin_clzll(shifted);
+      return segments_[top - kFirstBits].get() + (shifted - (std::uint64_t{1} << top));
+    }
+
+    std::unique_ptr<Record, Free> segments_[kSegments];
+    std::size_t size_ = 0;
   };
-  using Block = std::unique_ptr<unsigned char, FreeChunk>;
 
   void reserve(Record& record, unsigned capacity, unsigned keep);
   unsigned char* room(std::size_t capacity);
@@ -75,7 +114,7 @@ class RecordArena {
   void packIfWorthIt();
   void pack(std::vector<Block>& old);
 
-  std::vector<Record> records_;
+  Slots records_;
   std::vector<unsigned> freeOffsets_;
   std::vector<Block> chunks_;
   unsigned char* next_ = nullptr;  // the free room at the end of the newest chunk
