@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include "data/api/api_test_support.h"
 
@@ -92,6 +93,36 @@ TEST_F(HandleLifetime, AnyReleaseOrderBalancesTheCounts) {
     handles.clear();
     ASSERT_TRUE(boxIsFree()) << "round " << round;
   }
+}
+
+// Catches a library that keeps per-thread state only as long as the thread's thread-local
+// objects: a handle held by a static closes at exit after them, and one held by a thread-local
+// made before the thread's first call closes after them too. Such a close must still give back
+// its count and leave the library usable (it wrote into freed memory, under ASan).
+TEST(HandleLifetimeAtThreadEnd, ClosesAfterTheThreadLocalsAreGone) {
+  struct Holder {
+    MemoryDataStore* store = nullptr;
+    SharedPtr<IContainer> box;
+    int* result = nullptr;
+    ~Holder() {
+      box.reset();
+      *result = IContainerFrontEnd::toplevel(store, L"top")->destroy(L"box") ? 1 : 0;
+    }
+  };
+  MemoryDataStore store;
+  int result = -1;
+  std::thread([&] {
+    // Made before the thread's first call into the library, so destroyed after whatever
+    // thread-local objects that call makes.
+    thread_local Holder holder;
+    holder.store = &store;
+    holder.result = &result;
+    holder.box =
+        IContainerFrontEnd::toplevel(&store, L"top")->create(IContainer::kGroup, L"box", nullptr);
+    ASSERT_TRUE(holder.box);
+  }).join();
+  EXPECT_EQ(result, 1);
+  EXPECT_FALSE(IContainerFrontEnd::find(&store, L"top.box"));
 }
 
 }  // namespace

@@ -15,12 +15,41 @@ struct ActiveScope {
   unsigned depth;
 };
 
-thread_local std::vector<ActiveScope> tScopes;
+// The scopes this thread holds, made with its first scope. Plain data, so that it stays
+// readable to the thread's very end: a handle may close after the thread's thread-local
+// destructors have run (one held by a static, closed at exit, or by a thread-local destroyed
+// later). From then on `gone` holds and the thread takes no scopes: its sets build their own
+// indexes, slower but never stale.
+struct ThreadScopes {
+  std::vector<ActiveScope>* scopes;
+  bool gone;
+};
+thread_local ThreadScopes tScopes;
+
+// Frees the thread's scopes with its other thread-local objects.
+struct ScopesOwner {
+  void arm() {}  // odr-using the variable makes the runtime register the destructor
+  ~ScopesOwner() {
+    delete tScopes.scopes;
+    tScopes = {nullptr, true};
+  }
+};
+thread_local ScopesOwner tScopesOwner;
+
+// The thread's scopes, made when `make` and there are none yet; null once they are gone.
+std::vector<ActiveScope>* threadScopes(bool make) {
+  ThreadScopes& state = tScopes;
+  if (state.scopes != nullptr || state.gone || !make) return state.scopes;
+  tScopesOwner.arm();
+  state.scopes = new std::vector<ActiveScope>;
+  return state.scopes;
+}
 
 // Takes the thread's scopes as an argument: in a shared library every access to a
 // thread_local is a call, and a scope is entered and left on every interface call.
-ActiveScope* activeScope(std::vector<ActiveScope>& scopes, IDataStore* store) {
-  for (ActiveScope& scope : scopes)
+ActiveScope* activeScope(std::vector<ActiveScope>* scopes, IDataStore* store) {
+  if (scopes == nullptr) return nullptr;
+  for (ActiveScope& scope : *scopes)
     if (scope.store == store) return &scope;
   return nullptr;
 }
@@ -44,7 +73,7 @@ IndexCache::~IndexCache() {
 }
 
 IndexCache* IndexCache::current(IDataStore* store) {
-  ActiveScope* scope = activeScope(tScopes, store);
+  ActiveScope* scope = activeScope(threadScopes(false), store);
   return scope != nullptr ? scope->cache : nullptr;
 }
 
@@ -179,7 +208,8 @@ void IndexCache::trim() {
 }
 
 IndexScope::IndexScope(IDataStore* store) : store_(store) {
-  std::vector<ActiveScope>& scopes = tScopes;
+  std::vector<ActiveScope>* scopes = threadScopes(true);
+  if (scopes == nullptr) return;
   if (ActiveScope* scope = activeScope(scopes, store)) {
     ++scope->depth;
     return;
@@ -195,15 +225,15 @@ IndexScope::IndexScope(IDataStore* store) : store_(store) {
     scope.cache = scope.temporary.get();
   }
   scope.cache->begin();
-  scopes.push_back(std::move(scope));
+  scopes->push_back(std::move(scope));
 }
 
 IndexScope::~IndexScope() {
-  std::vector<ActiveScope>& scopes = tScopes;
+  std::vector<ActiveScope>* scopes = threadScopes(false);
   ActiveScope* scope = activeScope(scopes, store_);
   if (scope == nullptr || --scope->depth != 0) return;
   scope->cache->end();
-  scopes.erase(scopes.begin() + (scope - scopes.data()));
+  scopes->erase(scopes->begin() + (scope - scopes->data()));
 }
 
 }  // namespace kestrine::platform::data::Metadata
