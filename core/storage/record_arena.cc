@@ -44,14 +44,13 @@ unsigned char* newChunk(bool hugePages) {
 unsigned char RecordArena::freedMark;
 
 void RecordArena::Slots::push() {
-  const std::uint64_t shifted = size_ + (std::uint64_t{1} << kFirstBits);
-  const unsigned top = 63 - __builtin_clzll(shifted);
-  std::unique_ptr<Record, Free>& segment = segments_[top - kFirstBits];
+  const Place slot = place(size_);
+  std::unique_ptr<Record, Free>& segment = segments_[slot.segment];
   if (!segment) {
-    segment.reset(static_cast<Record*>(std::malloc(sizeof(Record) << top)));
+    segment.reset(static_cast<Record*>(std::malloc(sizeof(Record) << (kFirstBits + slot.segment))));
     if (!segment) throw std::bad_alloc();
   }
-  new (segment.get() + (shifted - (std::uint64_t{1} << top))) Record();
+  new (segment.get() + slot.index) Record();
   ++size_;
 }
 

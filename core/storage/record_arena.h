@@ -97,10 +97,19 @@ class RecordArena {
     // Enough segments for every offset an unsigned can hold.
     static constexpr unsigned kSegments = 33 - kFirstBits;
 
-    Record* at(std::size_t offset) const {
+    // Where the slot of `offset` lies: segment s holds 2^(kFirstBits + s) slots.
+    struct Place {
+      unsigned segment;
+      std::size_t index;
+    };
+    static Place place(std::size_t offset) {
       const std::uint64_t shifted = offset + (std::uint64_t{1} << kFirstBits);
       const unsigned top = 63 - __builtin_clzll(shifted);
-      return segments_[top - kFirstBits].get() + (shifted - (std::uint64_t{1} << top));
+      return {top - kFirstBits, static_cast<std::size_t>(shifted - (std::uint64_t{1} << top))};
+    }
+    Record* at(std::size_t offset) const {
+      const Place slot = place(offset);
+      return segments_[slot.segment].get() + slot.index;
     }
 
     std::unique_ptr<Record, Free> segments_[kSegments];
